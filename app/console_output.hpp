@@ -1,0 +1,24 @@
+// How the console program shows a response.
+#ifndef TOVRIN_AI_APP_CONSOLE_OUTPUT_HPP_
+#define TOVRIN_AI_APP_CONSOLE_OUTPUT_HPP_
+
+#include <string>
+
+#include "tovrin/ai/records.hpp"
+
+namespace tovrin::ai::app {
+
+// "ok=<true|false> model=<model> attempts=<n> fallback=<true|false>\n".
+std::string statusLine(const AiResponse& response);
+
+// Writes the status line and, when not empty, the answer line to standard
+// output and the error line to standard error, bytes unchanged.
+void writeResponse(const AiResponse& response);
+
+// Puts standard output and standard error into byte mode where the platform
+// would otherwise translate line ends, so "\n" reaches a reader as one byte.
+void prepareConsole();
+
+}  // namespace tovrin::ai::app
+
+#endif  // TOVRIN_AI_APP_CONSOLE_OUTPUT_HPP_

@@ -1,0 +1,300 @@
+#include "socket_platform.hpp"
+
+#include <algorithm>
+#include <climits>
+#include <memory>
+#include <utility>
+
+#ifdef _WIN32
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef _WIN32_WINNT
+#define _WIN32_WINNT 0x0600  // WSAPoll
+#endif
+#include <winsock2.h>
+#include <ws2tcpip.h>
+#else
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cerrno>
+#endif
+
+namespace tovrin::ai::detail {
+
+namespace {
+
+#ifdef _WIN32
+
+using PlatformSocket = SOCKET;
+using AddressLength = int;
+
+bool startLibrary() {
+  WSADATA data;
+  return ::WSAStartup(MAKEWORD(2, 2), &data) == 0;
+}
+
+void stopLibrary() { ::WSACleanup(); }
+
+PlatformSocket toPlatform(NativeSocket handle) {
+  return static_cast<PlatformSocket>(handle);
+}
+
+void closeNative(NativeSocket handle) { ::closesocket(toPlatform(handle)); }
+
+NativeSocket openStreamSocket(int family, int type, int protocol) {
+  const SOCKET s = ::socket(family, type, protocol);
+  return s == INVALID_SOCKET ? kNoSocket : static_cast<NativeSocket>(s);
+}
+
+// Winsock takes the time-out as a DWORD of milliseconds.
+void setTimeoutOption(const Socket& socket, int option, std::uint32_t ms) {
+  const DWORD value = ms;
+  ::setsockopt(toPlatform(socket.native()), SOL_SOCKET, option,
+               reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+// Winsock never signals a write to a closed peer; it returns an error.
+std::ptrdiff_t sendRaw(PlatformSocket s, const char* data, std::size_t length) {
+  const int chunk = static_cast<int>(std::min<std::size_t>(length, INT_MAX));
+  return ::send(s, data, chunk, 0);
+}
+
+std::ptrdiff_t receiveRaw(PlatformSocket s, char* buffer,
+                          std::size_t capacity) {
+  const int chunk = static_cast<int>(std::min<std::size_t>(capacity, INT_MAX));
+  return ::recv(s, buffer, chunk, 0);
+}
+
+int pollReadable(PlatformSocket s, int timeoutMs) {
+  WSAPOLLFD entry{};
+  entry.fd = s;
+  entry.events = POLLRDNORM;
+  return ::WSAPoll(&entry, 1, timeoutMs);
+}
+
+NativeSocket acceptRaw(PlatformSocket listener) {
+  const SOCKET s = ::accept(listener, nullptr, nullptr);
+  return s == INVALID_SOCKET ? kNoSocket : static_cast<NativeSocket>(s);
+}
+
+// SO_REUSEADDR on Winsock lets another process take the port over; the
+// default is what a test server wants there.
+void allowQuickRebind(const Socket&) {}
+
+#else  // POSIX
+
+using PlatformSocket = int;
+using AddressLength = socklen_t;
+
+bool startLibrary() { return true; }
+
+void stopLibrary() {}
+
+PlatformSocket toPlatform(NativeSocket handle) {
+  return static_cast<PlatformSocket>(handle);
+}
+
+void closeNative(NativeSocket handle) { ::close(toPlatform(handle)); }
+
+// Where the platform has no MSG_NOSIGNAL (macOS), the socket itself is
+// told not to raise SIGPIPE.
+void suppressSigpipe([[maybe_unused]] int fd) {
+#ifdef SO_NOSIGPIPE
+  const int on = 1;
+  ::setsockopt(fd, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
+#endif
+}
+
+NativeSocket openStreamSocket(int family, int type, int protocol) {
+#ifdef SOCK_CLOEXEC
+  // A game that starts child processes must not hand them our connection.
+  type |= SOCK_CLOEXEC;
+#endif
+  const int fd = ::socket(family, type, protocol);
+  if (fd < 0) return kNoSocket;
+  suppressSigpipe(fd);
+  return static_cast<NativeSocket>(fd);
+}
+
+void setTimeoutOption(const Socket& socket, int option, std::uint32_t ms) {
+  timeval value{};
+  value.tv_sec = static_cast<decltype(value.tv_sec)>(ms / 1000);
+  value.tv_usec = static_cast<decltype(value.tv_usec)>((ms % 1000) * 1000);
+  ::setsockopt(toPlatform(socket.native()), SOL_SOCKET, option, &value,
+               sizeof value);
+}
+
+#ifdef MSG_NOSIGNAL
+constexpr int kSendFlags = MSG_NOSIGNAL;
+#else
+constexpr int kSendFlags = 0;
+#endif
+
+std::ptrdiff_t sendRaw(PlatformSocket fd, const char* data,
+                       std::size_t length) {
+  for (;;) {
+    const ssize_t sent = ::send(fd, data, length, kSendFlags);
+    if (sent < 0 && errno == EINTR) continue;
+    return sent;
+  }
+}
+
+std::ptrdiff_t receiveRaw(PlatformSocket fd, char* buffer,
+                          std::size_t capacity) {
+  for (;;) {
+    const ssize_t received = ::recv(fd, buffer, capacity, 0);
+    if (received < 0 && errno == EINTR) continue;
+    return received;
+  }
+}
+
+int pollReadable(PlatformSocket fd, int timeoutMs) {
+  pollfd entry{};
+  entry.fd = fd;
+  entry.events = POLLIN;
+  return ::poll(&entry, 1, timeoutMs);
+}
+
+NativeSocket acceptRaw(PlatformSocket listener) {
+  for (;;) {
+    const int fd = ::accept(listener, nullptr, nullptr);
+    if (fd < 0 && errno == EINTR) continue;
+    if (fd < 0) return kNoSocket;
+    suppressSigpipe(fd);
+    return static_cast<NativeSocket>(fd);
+  }
+}
+
+void allowQuickRebind(const Socket& socket) {
+  const int on = 1;
+  ::setsockopt(toPlatform(socket.native()), SOL_SOCKET, SO_REUSEADDR, &on,
+               sizeof on);
+}
+
+#endif
+
+struct AddressListDeleter {
+  void operator()(addrinfo* list) const { ::freeaddrinfo(list); }
+};
+using AddressList = std::unique_ptr<addrinfo, AddressListDeleter>;
+
+}  // namespace
+
+SocketLibrary::SocketLibrary() : started_(startLibrary()) {}
+
+SocketLibrary::~SocketLibrary() {
+  if (started_) stopLibrary();
+}
+
+Socket::Socket(Socket&& other) noexcept
+    : handle_(std::exchange(other.handle_, kNoSocket)) {}
+
+Socket& Socket::operator=(Socket&& other) noexcept {
+  if (this != &other) {
+    close();
+    handle_ = std::exchange(other.handle_, kNoSocket);
+  }
+  return *this;
+}
+
+Socket::~Socket() { close(); }
+
+void Socket::close() {
+  if (handle_ != kNoSocket) closeNative(std::exchange(handle_, kNoSocket));
+}
+
+std::uint32_t socketTimeoutMs(std::int64_t timeoutMs) {
+  const std::int64_t atLeastOne = std::max<std::int64_t>(timeoutMs, 1);
+  return static_cast<std::uint32_t>(
+      std::min<std::int64_t>(atLeastOne, UINT32_MAX));
+}
+
+void setTimeouts(const Socket& socket, std::uint32_t timeoutMs) {
+  setTimeoutOption(socket, SO_RCVTIMEO, timeoutMs);
+  setTimeoutOption(socket, SO_SNDTIMEO, timeoutMs);
+}
+
+ConnectResult connectTcp(const std::string& host, const std::string& port,
+                         std::uint32_t timeoutMs, Socket& connected) {
+  addrinfo hints{};
+  hints.ai_family = AF_UNSPEC;
+  hints.ai_socktype = SOCK_STREAM;
+  hints.ai_protocol = 0;
+  hints.ai_flags = 0;
+  addrinfo* first = nullptr;
+  if (::getaddrinfo(host.c_str(), port.c_str(), &hints, &first) != 0) {
+    return ConnectResult::kUnresolved;
+  }
+  const AddressList candidates(first);
+  if (!candidates) return ConnectResult::kUnresolved;
+
+  for (const addrinfo* a = candidates.get(); a != nullptr; a = a->ai_next) {
+    Socket candidate(
+        openStreamSocket(a->ai_family, a->ai_socktype, a->ai_protocol));
+    if (!candidate.isOpen()) continue;
+    setTimeouts(candidate, timeoutMs);
+    if (::connect(toPlatform(candidate.native()), a->ai_addr,
+                  static_cast<AddressLength>(a->ai_addrlen)) == 0) {
+      connected = std::move(candidate);
+      return ConnectResult::kConnected;
+    }
+  }
+  return ConnectResult::kNotAccepted;
+}
+
+std::ptrdiff_t sendSome(const Socket& socket, const char* data,
+                        std::size_t length) {
+  return sendRaw(toPlatform(socket.native()), data, length);
+}
+
+std::ptrdiff_t receiveSome(const Socket& socket, char* buffer,
+                           std::size_t capacity) {
+  return receiveRaw(toPlatform(socket.native()), buffer, capacity);
+}
+
+bool listenLoopback(std::uint16_t port, Socket& listener,
+                    std::uint16_t& boundPort) {
+  Socket socket(openStreamSocket(AF_INET, SOCK_STREAM, 0));
+  if (!socket.isOpen()) return false;
+  allowQuickRebind(socket);
+  const PlatformSocket s = toPlatform(socket.native());
+
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (::bind(s, reinterpret_cast<const sockaddr*>(&address),
+             static_cast<AddressLength>(sizeof address)) != 0 ||
+      ::listen(s, SOMAXCONN) != 0) {
+    return false;
+  }
+  sockaddr_in bound{};
+  AddressLength length = sizeof bound;
+  if (::getsockname(s, reinterpret_cast<sockaddr*>(&bound), &length) != 0) {
+    return false;
+  }
+  boundPort = ntohs(bound.sin_port);
+  listener = std::move(socket);
+  return true;
+}
+
+bool waitReadable(const Socket& socket, int timeoutMs) {
+  return pollReadable(toPlatform(socket.native()), timeoutMs) > 0;
+}
+
+Socket acceptConnection(const Socket& listener) {
+  return Socket(acceptRaw(toPlatform(listener.native())));
+}
+
+}  // namespace tovrin::ai::detail

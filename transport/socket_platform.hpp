@@ -1,0 +1,100 @@
+// The platform seam of the transport: the few socket calls it makes, on
+// Winsock 2 or on POSIX sockets. Nothing else in the project includes a
+// system socket header or tests for a platform.
+#ifndef TOVRIN_AI_TRANSPORT_SOCKET_PLATFORM_HPP_
+#define TOVRIN_AI_TRANSPORT_SOCKET_PLATFORM_HPP_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace tovrin::ai::detail {
+
+// Wide enough for a Winsock SOCKET and a POSIX descriptor alike. Both
+// platforms' "no socket" values (INVALID_SOCKET, -1) convert to all ones.
+using NativeSocket = std::uintptr_t;
+inline constexpr NativeSocket kNoSocket = ~NativeSocket{0};
+
+// Keeps the socket library started while it lives: WSAStartup 2.2 on
+// construction and, only when that succeeded, WSACleanup on destruction.
+// Elsewhere there is nothing to start and started() is always true.
+class SocketLibrary {
+ public:
+  SocketLibrary();
+  ~SocketLibrary();
+  SocketLibrary(const SocketLibrary&) = delete;
+  SocketLibrary& operator=(const SocketLibrary&) = delete;
+
+  bool started() const { return started_; }
+
+ private:
+  bool started_ = false;
+};
+
+// Owns one socket and closes it exactly once: on close() or on
+// destruction, whichever comes first.
+class Socket {
+ public:
+  Socket() = default;
+  explicit Socket(NativeSocket handle) : handle_(handle) {}
+  Socket(Socket&& other) noexcept;
+  Socket& operator=(Socket&& other) noexcept;
+  ~Socket();
+  Socket(const Socket&) = delete;
+  Socket& operator=(const Socket&) = delete;
+
+  bool isOpen() const { return handle_ != kNoSocket; }
+  NativeSocket native() const { return handle_; }
+  void close();
+
+ private:
+  NativeSocket handle_ = kNoSocket;
+};
+
+// The per-call time-out handed to the socket options: max(timeoutMs, 1),
+// then limited to what 32 bits of milliseconds can hold. There is no way
+// to ask for "no time-out".
+std::uint32_t socketTimeoutMs(std::int64_t timeoutMs);
+
+enum class ConnectResult {
+  kConnected,    // connected holds the open socket
+  kUnresolved,   // the resolver failed or returned no address
+  kNotAccepted,  // no address accepted the connection
+};
+
+// Resolves host and port (any family, stream sockets) and connects to the
+// first address, in the resolver's order, that accepts. The receive and
+// send time-outs are set on each candidate before connecting; refused
+// candidates are closed before the next one is tried.
+ConnectResult connectTcp(const std::string& host, const std::string& port,
+                         std::uint32_t timeoutMs, Socket& connected);
+
+// Sets the receive, then the send time-out of socket. Failures are ignored:
+// the exchange still works, only without the bound.
+void setTimeouts(const Socket& socket, std::uint32_t timeoutMs);
+
+// One send call: the number of bytes taken, or 0 or less on failure or
+// time-out. A peer that has gone away gives a failure, never a signal.
+std::ptrdiff_t sendSome(const Socket& socket, const char* data,
+                        std::size_t length);
+
+// One receive call: the number of bytes read, 0 when the peer has closed,
+// below 0 on failure or time-out.
+std::ptrdiff_t receiveSome(const Socket& socket, char* buffer,
+                           std::size_t capacity);
+
+// The listening side, used by the loopback test server. Listens on
+// 127.0.0.1 at port (0 for any free one) and reports the port bound.
+bool listenLoopback(std::uint16_t port, Socket& listener,
+                    std::uint16_t& boundPort);
+
+// True when socket has something to read (for a listener: a connection to
+// accept) or an error pending, within timeoutMs.
+bool waitReadable(const Socket& socket, int timeoutMs);
+
+// The next pending connection of listener; not open on failure.
+Socket acceptConnection(const Socket& listener);
+
+}  // namespace tovrin::ai::detail
+
+#endif  // TOVRIN_AI_TRANSPORT_SOCKET_PLATFORM_HPP_

@@ -1,0 +1,90 @@
+#include "pattern_scanners.hpp"
+
+#include <string>
+#include <vector>
+
+#include "tovrin/ai/watchdog.hpp"
+
+namespace tovrin::ai {
+
+namespace detail {
+
+namespace {
+
+// Explicit ranges rather than <cctype>: no locale may widen the classes, and
+// bytes of 0x80 and above (negative as char) must never qualify.
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+bool isCommandByte(char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || isDigit(c) ||
+         c == ':' || c == '_' || c == '-';
+}
+
+std::size_t skipDigits(std::string_view text, std::size_t pos) {
+  while (pos < text.size() && isDigit(text[pos])) ++pos;
+  return pos;
+}
+
+}  // namespace
+
+std::optional<TextSpan> findSlashCommand(std::string_view text,
+                                         std::size_t from) {
+  for (std::size_t i = from; i + 1 < text.size(); ++i) {
+    if (text[i] != '/' || !isCommandByte(text[i + 1])) continue;
+    std::size_t end = i + 2;
+    while (end < text.size() && isCommandByte(text[end])) ++end;
+    return TextSpan{i, end};
+  }
+  return std::nullopt;
+}
+
+std::optional<TextSpan> findNumber(std::string_view text, std::size_t from) {
+  for (std::size_t i = from; i < text.size(); ++i) {
+    std::size_t digits = i;
+    if (text[i] == '-') ++digits;
+    if (digits >= text.size() || !isDigit(text[digits])) continue;
+    std::size_t end = skipDigits(text, digits);
+    // The fraction is taken only whole: a separator needs a digit after it,
+    // otherwise the number ends before the separator.
+    if (end + 1 < text.size() && (text[end] == '.' || text[end] == ',') &&
+        isDigit(text[end + 1])) {
+      end = skipDigits(text, end + 1);
+    }
+    return TextSpan{i, end};
+  }
+  return std::nullopt;
+}
+
+}  // namespace detail
+
+namespace {
+
+template <typename Finder>
+std::vector<std::string> collect(const std::string& text, Finder find) {
+  std::vector<std::string> matches;
+  std::size_t pos = 0;
+  while (auto match = find(text, pos)) {
+    matches.emplace_back(text, match->begin, match->end - match->begin);
+    pos = match->end;
+  }
+  return matches;
+}
+
+}  // namespace
+
+std::vector<std::string> extractSlashCommands(const std::string& text) {
+  return collect(text, detail::findSlashCommand);
+}
+
+std::vector<std::string> extractNumbers(const std::string& text) {
+  return collect(text, detail::findNumber);
+}
+
+std::string normalizeDecimalComma(std::string text) {
+  for (char& c : text) {
+    if (c == ',') c = '.';
+  }
+  return text;
+}
+
+}  // namespace tovrin::ai

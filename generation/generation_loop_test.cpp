@@ -11,11 +11,11 @@
 namespace tovrin::ai {
 namespace {
 
-using testing::expectResponse;
-using testing::failWith;
-using testing::reply;
-using testing::ScriptedTransport;
-using testing::ScriptStep;
+using test::expectResponse;
+using test::failWith;
+using test::reply;
+using test::ScriptedTransport;
+using test::ScriptStep;
 
 AiRuntime makeRuntime(const ScriptedTransport& script, bool repair = true,
                       bool watchdog = true) {

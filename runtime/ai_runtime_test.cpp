@@ -11,8 +11,8 @@ namespace tovrin::ai {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::reply;
-using testing::ScriptedTransport;
+using test::reply;
+using test::ScriptedTransport;
 
 class HelperFile : public ::testing::Test {
  protected:

@@ -9,7 +9,7 @@
 
 #include "tovrin/ai.hpp"
 
-namespace tovrin::ai::testing {
+namespace tovrin::ai::test {
 
 inline void expectResponse(const AiResponse& actual, const AiResponse& expected,
                            const std::string& context) {
@@ -25,6 +25,6 @@ inline void expectResponse(const AiResponse& actual, const AiResponse& expected,
   EXPECT_EQ(actual.error, expected.error) << context << ": error";
 }
 
-}  // namespace tovrin::ai::testing
+}  // namespace tovrin::ai::test
 
 #endif  // TOVRIN_AI_TESTING_RESPONSE_MATCHERS_HPP_

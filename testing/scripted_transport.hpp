@@ -12,7 +12,7 @@
 
 #include "tovrin/ai.hpp"
 
-namespace tovrin::ai::testing {
+namespace tovrin::ai::test {
 
 // What the transport was called with.
 struct TransportCall {
@@ -69,6 +69,6 @@ class ScriptedTransport {
   std::shared_ptr<State> state_;
 };
 
-}  // namespace tovrin::ai::testing
+}  // namespace tovrin::ai::test
 
 #endif  // TOVRIN_AI_TESTING_SCRIPTED_TRANSPORT_HPP_

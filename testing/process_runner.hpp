@@ -1,0 +1,30 @@
+// Runs a program to completion for end-to-end tests and collects what it
+// wrote, byte for byte.
+#ifndef TOVRIN_AI_TESTING_PROCESS_RUNNER_HPP_
+#define TOVRIN_AI_TESTING_PROCESS_RUNNER_HPP_
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace tovrin::ai::test {
+
+struct ProcessResult {
+  std::string out;     // everything written to standard output
+  std::string err;     // everything written to standard error
+  int exitStatus = -1; // the exit status; -1 when killed or not started
+};
+
+// Starts program with arguments (passed as they are, no shell) in
+// workingDirectory and waits at most limit for it to end; a program still
+// running then is killed. Throws std::runtime_error when it cannot start.
+ProcessResult runProcess(const std::filesystem::path& program,
+                         const std::vector<std::string>& arguments,
+                         const std::filesystem::path& workingDirectory,
+                         std::chrono::milliseconds limit =
+                             std::chrono::milliseconds(60000));
+
+}  // namespace tovrin::ai::test
+
+#endif  // TOVRIN_AI_TESTING_PROCESS_RUNNER_HPP_

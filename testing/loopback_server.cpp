@@ -85,8 +85,8 @@ LoopbackStep drippedStep(LoopbackStep step, std::size_t dripBytes,
 }
 
 LoopbackServer::LoopbackServer(std::vector<LoopbackStep> script,
-                               std::uint16_t port)
-    : script_(std::move(script)) {
+                               std::uint16_t port, Serving serving)
+    : script_(std::move(script)), serving_(serving) {
   if (script_.empty()) {
     throw std::invalid_argument("LoopbackServer needs at least one step");
   }
@@ -133,8 +133,34 @@ void LoopbackServer::serve() {
     if (!connection.isOpen()) continue;
     const LoopbackStep& step = script_[std::min(served, script_.size() - 1)];
     ++served;
-    handle(std::move(connection), step);
+    if (serving_ == Serving::kConcurrently) {
+      handleConcurrently(std::move(connection), step);
+    } else {
+      handle(std::move(connection), step);
+    }
   }
+  // Every wait of a worker ends once stopping, so these joins are bounded.
+  for (Worker& worker : workers_) worker.thread.join();
+}
+
+void LoopbackServer::handleConcurrently(detail::Socket connection,
+                                        const LoopbackStep& step) {
+  for (auto it = workers_.begin(); it != workers_.end();) {
+    if (it->done->load()) {
+      it->thread.join();
+      it = workers_.erase(it);
+    } else {
+      ++it;
+    }
+  }
+  auto done = std::make_shared<std::atomic<bool>>(false);
+  std::thread thread(
+      [this, &step, done](detail::Socket socket) {
+        handle(std::move(socket), step);
+        done->store(true);
+      },
+      std::move(connection));
+  workers_.push_back({std::move(thread), std::move(done)});
 }
 
 void LoopbackServer::handle(detail::Socket connection,

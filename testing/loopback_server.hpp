@@ -13,7 +13,10 @@
 #ifndef TOVRIN_AI_TESTING_LOOPBACK_SERVER_HPP_
 #define TOVRIN_AI_TESTING_LOOPBACK_SERVER_HPP_
 
+#include <atomic>
 #include <chrono>
+#include <list>
+#include <memory>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -60,12 +63,17 @@ LoopbackStep delayedStep(std::chrono::milliseconds delay, LoopbackStep step);
 LoopbackStep drippedStep(LoopbackStep step, std::size_t dripBytes,
                          std::chrono::milliseconds pause);
 
+// Whether connections wait for each other or are served side by side, each
+// on a thread of its own (for clients on several threads at once).
+enum class Serving { kOneAtATime, kConcurrently };
+
 class LoopbackServer {
  public:
   // Listens on port (0: a free one the system picks). Throws
   // std::runtime_error when it cannot listen.
   explicit LoopbackServer(std::vector<LoopbackStep> script,
-                          std::uint16_t port = 0);
+                          std::uint16_t port = 0,
+                          Serving serving = Serving::kOneAtATime);
   ~LoopbackServer();  // stops serving and joins the thread
   LoopbackServer(const LoopbackServer&) = delete;
   LoopbackServer& operator=(const LoopbackServer&) = delete;
@@ -85,8 +93,15 @@ class LoopbackServer {
   static constexpr std::chrono::milliseconds kReadLimit{5000};
 
  private:
+  struct Worker {
+    std::thread thread;
+    std::shared_ptr<std::atomic<bool>> done;
+  };
+
   void serve();
   void handle(detail::Socket connection, const LoopbackStep& step);
+  // Starts a worker for connection; joins the workers that have finished.
+  void handleConcurrently(detail::Socket connection, const LoopbackStep& step);
   // Sleeps for pause unless the server is stopping; false when stopping.
   bool pauseFor(std::chrono::milliseconds pause);
   bool stopping() const;
@@ -95,6 +110,8 @@ class LoopbackServer {
   detail::Socket listener_;
   std::uint16_t port_ = 0;
   std::vector<LoopbackStep> script_;
+  Serving serving_;
+  std::list<Worker> workers_;  // only touched by the serving thread
 
   mutable std::mutex mutex_;
   std::condition_variable stopSignal_;

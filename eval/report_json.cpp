@@ -1,0 +1,157 @@
+#include "report_json.hpp"
+
+#include <charconv>
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+namespace tovrin::ai::eval {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// Microseconds are plenty, and fewer digits keep the report readable.
+double milliseconds(double value) { return std::round(value * 1000) / 1000; }
+
+// The float as it was written on the command line (0.03, not
+// 0.029999999329447746), since the report is read by people too.
+double shortest(float value) {
+  char buffer[32];
+  const auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, value);
+  double result = 0;
+  std::from_chars(buffer, end, result);
+  return error == std::errc() ? result : static_cast<double>(value);
+}
+
+Json group(const GroupSummary& summary) {
+  return {
+      {"requests", summary.requests},
+      {"acceptedModel", summary.model},
+      {"acceptedTemplate", summary.templateAnswers},
+      {"rejected", summary.rejected},
+      {"transportFailures", summary.transportFailures},
+      {"transportCalls", summary.transportCalls},
+      {"failedTransportCalls", summary.failedTransportCalls},
+      {"latencyMs",
+       {{"p50", milliseconds(summary.latencyMs.p50)},
+        {"p90", milliseconds(summary.latencyMs.p90)},
+        {"p99", milliseconds(summary.latencyMs.p99)},
+        {"max", milliseconds(summary.latencyMs.max)}}},
+  };
+}
+
+Json labels(const LabelSummary& summary) {
+  Json matrix = Json::object();
+  for (std::size_t row = 0; row < summary.labels.size(); ++row) {
+    Json given = Json::object();
+    for (std::size_t column = 0; column <= summary.labels.size(); ++column) {
+      const std::string name = column < summary.labels.size()
+                                   ? summary.labels[column]
+                                   : std::string(kNoLabel);
+      given[name] = summary.matrix[row][column];
+    }
+    matrix[summary.labels[row]] = std::move(given);
+  }
+  return {
+      {"lines", summary.lines},
+      {"correct", summary.correct},
+      {"accuracy", summary.lines == 0
+                       ? 0.0
+                       : static_cast<double>(summary.correct) /
+                             static_cast<double>(summary.lines)},
+      {"matrix", std::move(matrix)},
+  };
+}
+
+Json summaryJson(const Summary& summary) {
+  Json byKind = Json::object();
+  for (const GroupSummary& kind : summary.byKind) byKind[kind.name] = group(kind);
+  Json byTag = Json::object();
+  for (const GroupSummary& tag : summary.byTag) byTag[tag.name] = group(tag);
+  Json reasons = Json::object();
+  for (const ReasonCount& reason : summary.reasons) {
+    reasons[reason.rule] = {{"firstAttempt", reason.firstAttempt},
+                            {"final", reason.final}};
+  }
+  Json labelJson = Json::object();
+  for (const LabelSummary& label : summary.labels) {
+    labelJson[kindName(label.kind)] = labels(label);
+  }
+  return {
+      {"overall", group(summary.overall)},
+      {"byKind", std::move(byKind)},
+      {"byTag", std::move(byTag)},
+      {"reasons", std::move(reasons)},
+      {"labels", std::move(labelJson)},
+      {"expectedAnswers",
+       {{"lines", summary.expectedAnswers},
+        {"matched", summary.matchedAnswers}}},
+  };
+}
+
+Json response(const AiResponse& response) {
+  return {
+      {"ok", response.ok},
+      {"answer", response.answer},
+      {"model", response.model},
+      {"watchdogPassed", response.watchdogPassed},
+      {"watchdogReasons", response.watchdogReasons},
+      {"fallback", response.fallback},
+      {"attempts", response.attempts},
+      {"error", response.error},
+  };
+}
+
+Json result(const EvalCase& evalCase, const EvalResult& result) {
+  Json json = {
+      {"line", evalCase.line},
+      {"run", result.run},
+      {"kind", kindName(evalCase.request.kind)},
+      {"tags", evalCase.tags},
+      {"message", evalCase.request.message},
+  };
+  if (evalCase.expected) json["expected"] = *evalCase.expected;
+  json["outcome"] = outcomeName(result.outcome);
+  json["latencyMs"] = milliseconds(result.latencyMs);
+  json["transportCalls"] = result.transportCalls;
+  json["failedTransportCalls"] = result.failedTransportCalls;
+  json["firstAttemptReasons"] = result.firstReasons;
+  json["finalReasons"] = result.finalReasons;
+  json["response"] = response(result.response);
+  return json;
+}
+
+}  // namespace
+
+std::string jsonReport(const EvalOptions& options,
+                       const std::vector<EvalCase>& cases,
+                       const std::vector<EvalResult>& results,
+                       const Summary& summary) {
+  Json report = {
+      {"mode", options.replay ? "replay" : "model"},
+      {"input", options.input},
+  };
+  if (!options.replay) {
+    report["settings"] = {
+        {"endpoint", options.endpoint},
+        {"model", options.model},
+        {"fallbackEndpoint", options.fallbackEndpoint},
+        {"fallbackModel", options.fallbackModel},
+        {"timeoutMs", options.timeoutMs},
+        {"temperature", shortest(options.temperature)},
+        {"topP", shortest(options.topP)},
+        {"helper", options.helperPath},
+        {"repeat", options.repeat},
+        {"concurrency", options.concurrency},
+    };
+  }
+  report["summary"] = summaryJson(summary);
+  Json runs = Json::array();
+  for (const EvalResult& run : results) {
+    runs.push_back(result(cases[run.caseIndex], run));
+  }
+  report["results"] = std::move(runs);
+  return report.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace tovrin::ai::eval

@@ -1,0 +1,26 @@
+// The JSON report written by --json: the settings, the summary and every
+// run with its whole response, for scripts and for comparing runs.
+#ifndef TOVRIN_AI_EVAL_REPORT_JSON_HPP_
+#define TOVRIN_AI_EVAL_REPORT_JSON_HPP_
+
+#include <string>
+#include <vector>
+
+#include "eval_records.hpp"
+#include "options.hpp"
+#include "statistics.hpp"
+
+namespace tovrin::ai::eval {
+
+// The report as indented JSON text, keys in a fixed order:
+//   {"mode", "input", "settings" (not in replay mode), "summary": {"overall",
+//    "byKind", "byTag", "reasons", "labels", "expectedAnswers"}, "results"}
+// Bytes of a model answer that are not UTF-8 become U+FFFD.
+std::string jsonReport(const EvalOptions& options,
+                       const std::vector<EvalCase>& cases,
+                       const std::vector<EvalResult>& results,
+                       const Summary& summary);
+
+}  // namespace tovrin::ai::eval
+
+#endif  // TOVRIN_AI_EVAL_REPORT_JSON_HPP_

@@ -1,0 +1,220 @@
+#include "report_table.hpp"
+
+#include <charconv>
+#include <string>
+#include <string_view>
+
+namespace tovrin::ai::eval {
+
+namespace {
+
+constexpr std::size_t kNameWidth = 30;
+constexpr std::size_t kNumberWidth = 10;
+
+// Characters, not bytes, so that Czech tag names line up.
+std::size_t displayWidth(std::string_view text) {
+  std::size_t width = 0;
+  for (char c : text) {
+    if ((static_cast<unsigned char>(c) & 0xC0) != 0x80) ++width;
+  }
+  return width;
+}
+
+std::string left(std::string_view text, std::size_t width) {
+  std::string cell(text);
+  const std::size_t shown = displayWidth(text);
+  if (shown < width) cell.append(width - shown, ' ');
+  return cell + ' ';
+}
+
+std::string right(std::string_view text, std::size_t width = kNumberWidth) {
+  const std::size_t shown = displayWidth(text);
+  return std::string(shown < width ? width - shown : 0, ' ') +
+         std::string(text);
+}
+
+std::string fixed(double value, int decimals) {
+  char buffer[64];
+  const auto [end, error] = std::to_chars(
+      buffer, buffer + sizeof buffer, value, std::chars_format::fixed,
+      decimals);
+  return error == std::errc() ? std::string(buffer, end) : "?";
+}
+
+std::string percent(std::size_t part, std::size_t whole) {
+  if (whole == 0) return "-";
+  return fixed(100.0 * static_cast<double>(part) / static_cast<double>(whole),
+               1) +
+         " %";
+}
+
+std::string joined(const std::vector<std::string>& texts) {
+  std::string line;
+  for (const std::string& text : texts) {
+    if (!line.empty()) line += ", ";
+    line += text;
+  }
+  return line;
+}
+
+void writeGroups(std::ostream& out, const Summary& summary, bool replay) {
+  std::vector<const GroupSummary*> groups{&summary.overall};
+  for (const GroupSummary& group : summary.byKind) groups.push_back(&group);
+  if (replay) {
+    out << left("", kNameWidth) << right("answers") << right("passed")
+        << right("rejected") << '\n';
+  } else {
+    out << left("", kNameWidth) << right("requests") << right("model")
+        << right("template") << right("rejected") << right("transport")
+        << right("calls") << right("p50 ms") << right("p90 ms")
+        << right("p99 ms") << '\n';
+  }
+  auto row = [&](const GroupSummary& group, const std::string& name) {
+    out << left(name, kNameWidth) << right(std::to_string(group.requests))
+        << right(std::to_string(group.model));
+    if (!replay) {
+      out << right(std::to_string(group.templateAnswers));
+    }
+    out << right(std::to_string(group.rejected));
+    if (!replay) {
+      out << right(std::to_string(group.transportFailures))
+          << right(std::to_string(group.transportCalls))
+          << right(fixed(group.latencyMs.p50, 0))
+          << right(fixed(group.latencyMs.p90, 0))
+          << right(fixed(group.latencyMs.p99, 0));
+    }
+    out << '\n';
+  };
+  for (const GroupSummary* group : groups) row(*group, group->name);
+  for (const GroupSummary& group : summary.byTag) row(group, "#" + group.name);
+
+  const GroupSummary& all = summary.overall;
+  out << '\n';
+  if (replay) {
+    out << "passed " << percent(all.model, all.requests) << ", rejected "
+        << percent(all.rejected, all.requests) << '\n';
+  } else {
+    out << "accepted from the model " << percent(all.model, all.requests)
+        << ", as template " << percent(all.templateAnswers, all.requests)
+        << ", rejected " << percent(all.rejected, all.requests)
+        << ", transport failures "
+        << percent(all.transportFailures, all.requests) << '\n';
+  }
+}
+
+void writeReasons(std::ostream& out, const Summary& summary, bool replay) {
+  bool any = false;
+  for (const ReasonCount& reason : summary.reasons) {
+    if (reason.firstAttempt == 0 && reason.final == 0) continue;
+    if (!any) {
+      out << '\n' << left("watchdog rule", kNameWidth);
+      if (replay) {
+        out << right("answers") << '\n';
+      } else {
+        out << right("first", kNumberWidth + 4) << right("final") << '\n';
+      }
+      any = true;
+    }
+    out << left(reason.rule, kNameWidth);
+    if (replay) {
+      out << right(std::to_string(reason.final)) << '\n';
+    } else {
+      out << right(std::to_string(reason.firstAttempt), kNumberWidth + 4)
+          << right(std::to_string(reason.final)) << '\n';
+    }
+  }
+  if (!any) out << "\nno watchdog rule fired\n";
+}
+
+void writeLabels(std::ostream& out, const Summary& summary) {
+  for (const LabelSummary& labels : summary.labels) {
+    out << '\n'
+        << kindName(labels.kind) << ": " << labels.correct << " of "
+        << labels.lines << " labels right ("
+        << percent(labels.correct, labels.lines) << ")\n";
+    out << "  " << left("expected \\ given", kNameWidth - 2);
+    for (const std::string& label : labels.labels) out << right(label);
+    out << right(kNoLabel) << '\n';
+    for (std::size_t row = 0; row < labels.labels.size(); ++row) {
+      out << "  " << left(labels.labels[row], kNameWidth - 2);
+      for (std::size_t count : labels.matrix[row]) {
+        out << right(std::to_string(count));
+      }
+      out << '\n';
+    }
+  }
+  if (summary.expectedAnswers > 0) {
+    out << "\nexpected answers: " << summary.matchedAnswers << " of "
+        << summary.expectedAnswers << " matched\n";
+  }
+}
+
+void writeMisses(std::ostream& out, const std::vector<EvalCase>& cases,
+                 const std::vector<EvalResult>& results, bool replay) {
+  bool any = false;
+  for (const EvalResult& result : results) {
+    if (result.outcome == Outcome::kModel) continue;
+    if (!any) {
+      out << '\n'
+          << (replay ? "rejected answers:\n" : "not answered by the model:\n");
+      any = true;
+    }
+    out << "  line " << cases[result.caseIndex].line;
+    if (!replay) out << ", run " << result.run;
+    out << ": ";
+    switch (result.outcome) {
+      case Outcome::kTemplate:
+        out << "template";
+        if (!result.finalReasons.empty()) {
+          out << ", the model's last answer: " << joined(result.finalReasons);
+        }
+        if (!result.response.error.empty()) {
+          out << ", error: " << result.response.error;
+        }
+        break;
+      case Outcome::kRejected:
+        if (!replay) out << "rejected: ";
+        out << joined(result.finalReasons);
+        break;
+      case Outcome::kTransportFailure:
+        out << "transport failure: " << result.response.error;
+        break;
+      case Outcome::kModel:
+        break;
+    }
+    out << '\n';
+  }
+}
+
+}  // namespace
+
+void writeTable(std::ostream& out, const EvalOptions& options,
+                const std::vector<EvalCase>& cases,
+                const std::vector<EvalResult>& results,
+                const Summary& summary) {
+  if (options.replay) {
+    out << "tovrin-ai-eval --replay: " << results.size()
+        << " answers judged by the watchdog";
+    if (results.size() < cases.size()) {
+      out << ", " << cases.size() - results.size()
+          << " lines without an answer left out";
+    }
+    out << "\n\n";
+  } else {
+    out << "tovrin-ai-eval: " << results.size() << " requests from "
+        << cases.size() << " lines";
+    if (options.repeat > 1) out << " (" << options.repeat << " runs each)";
+    out << ", model " << options.model << " at " << options.endpoint;
+    if (!options.fallbackEndpoint.empty() && !options.fallbackModel.empty()) {
+      out << ", fallback " << options.fallbackModel << " at "
+          << options.fallbackEndpoint;
+    }
+    out << "\n\n";
+  }
+  writeGroups(out, summary, options.replay);
+  writeReasons(out, summary, options.replay);
+  writeLabels(out, summary);
+  writeMisses(out, cases, results, options.replay);
+}
+
+}  // namespace tovrin::ai::eval

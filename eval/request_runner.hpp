@@ -1,0 +1,45 @@
+// Runs the cases: through a runtime against a model server, or replayed
+// against the watchdog alone.
+#ifndef TOVRIN_AI_EVAL_REQUEST_RUNNER_HPP_
+#define TOVRIN_AI_EVAL_REQUEST_RUNNER_HPP_
+
+#include <cstddef>
+#include <functional>
+#include <vector>
+
+#include "eval_records.hpp"
+#include "options.hpp"
+
+namespace tovrin::ai::eval {
+
+// The runtime configuration the options ask for (watchdog and repair on).
+AiRuntimeConfig runtimeConfig(const EvalOptions& options);
+
+// Told how many runs have ended out of how many; called on the thread that
+// called runCases, after every run and a few times a second in between.
+using ProgressCallback = std::function<void(std::size_t done, std::size_t total)>;
+
+// Sends every case repeat times through one runtime built from config, on
+// concurrency threads at once. transport does the model calls (it must allow
+// calls from several threads; httpChatCompletion does); the runtime gets it
+// wrapped so that each run's calls are counted and its answers kept. Results
+// come in case order, runs of one case together, whatever finished first.
+// An exception that escapes the runtime stops the runs and is rethrown.
+std::vector<EvalResult> runCases(AiRuntimeConfig config, AiTransport transport,
+                                 const std::vector<EvalCase>& cases,
+                                 std::size_t repeat, std::size_t concurrency,
+                                 const ProgressCallback& progress);
+
+// Judges the stored answer of every case that has one, as the runtime judges
+// a model answer: validateAnswer on the request after applyToolFacts. A
+// passing answer counts as accepted from the model. Cases without an answer
+// are left out.
+std::vector<EvalResult> replayCases(const std::vector<EvalCase>& cases);
+
+// How a response ended for the game; failedCalls decides between a
+// rejection and a transport failure when nothing was accepted.
+Outcome classify(const AiResponse& response, std::size_t failedCalls);
+
+}  // namespace tovrin::ai::eval
+
+#endif  // TOVRIN_AI_EVAL_REQUEST_RUNNER_HPP_

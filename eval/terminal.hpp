@@ -1,0 +1,16 @@
+// Whether a stream is an interactive terminal: the tool's one platform
+// difference.
+#ifndef TOVRIN_AI_EVAL_TERMINAL_HPP_
+#define TOVRIN_AI_EVAL_TERMINAL_HPP_
+
+#include <cstdio>
+
+namespace tovrin::ai::eval {
+
+// True when stream writes to a console or terminal, false for a file or a
+// pipe (where a progress bar would only fill logs with carriage returns).
+bool isTerminal(std::FILE* stream);
+
+}  // namespace tovrin::ai::eval
+
+#endif  // TOVRIN_AI_EVAL_TERMINAL_HPP_

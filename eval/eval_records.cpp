@@ -50,10 +50,14 @@ std::span<const std::string_view> labelsOf(AiRequestKind kind) {
 
 std::string_view outcomeName(Outcome outcome) {
   switch (outcome) {
-    case Outcome::kModel: return "model";
-    case Outcome::kTemplate: return "template";
-    case Outcome::kRejected: return "rejected";
-    case Outcome::kTransportFailure: return "transport_failure";
+    case Outcome::kModel:
+      return "model";
+    case Outcome::kTemplate:
+      return "template";
+    case Outcome::kRejected:
+      return "rejected";
+    case Outcome::kTransportFailure:
+      return "transport_failure";
   }
   return "model";
 }

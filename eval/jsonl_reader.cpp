@@ -11,20 +11,6 @@ using Json = nlohmann::json;
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-constexpr std::string_view kKnownFields[] = {
-    "message",
-    "kind",
-    "persona",
-    "worldFacts",
-    "allowedCommands",
-    "toolResults",
-    "maxTokens",
-    "expected",
-    "answer",
-    "tags",
-    "comment",
-};
-
 // Each reader returns an error text, empty when the field was fine.
 
 std::string readText(const Json& value, std::string_view field,
@@ -36,8 +22,7 @@ std::string readText(const Json& value, std::string_view field,
 
 std::string readTextList(const Json& value, std::string_view field,
                          std::vector<std::string>& out) {
-  const std::string error =
-      std::string(field) + " must be an array of strings";
+  const std::string error = std::string(field) + " must be an array of strings";
   if (!value.is_array()) return error;
   for (const Json& item : value) {
     if (!item.is_string()) return error;
@@ -110,9 +95,8 @@ std::optional<EvalCase> parseCaseLine(std::string_view text,
     // Keeps "parse error at line 1, column 9: ..." without the library's tag.
     const std::string_view what = failure.what();
     const std::size_t tagEnd = what.find("] ");
-    error = std::string(tagEnd == std::string_view::npos
-                            ? what
-                            : what.substr(tagEnd + 2));
+    error = std::string(
+        tagEnd == std::string_view::npos ? what : what.substr(tagEnd + 2));
     return std::nullopt;
   }
   if (!line.is_object()) {

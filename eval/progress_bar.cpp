@@ -54,9 +54,9 @@ ProgressBar::ProgressBar(std::FILE* stream, bool enabled)
 
 void ProgressBar::update(std::size_t done, std::size_t total) {
   if (!enabled_) return;
-  const double elapsed = std::chrono::duration<double>(
-                             std::chrono::steady_clock::now() - start_)
-                             .count();
+  const double elapsed =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - start_)
+          .count();
   std::string line = "\r" + formatProgress(done, total, elapsed);
   // Blanks over the tail of a longer earlier line.
   const std::size_t width = line.size();

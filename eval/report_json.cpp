@@ -17,7 +17,8 @@ double milliseconds(double value) { return std::round(value * 1000) / 1000; }
 // 0.029999999329447746), since the report is read by people too.
 double shortest(float value) {
   char buffer[32];
-  const auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, value);
+  const auto [end, error] =
+      std::to_chars(buffer, buffer + sizeof buffer, value);
   double result = 0;
   std::from_chars(buffer, end, result);
   return error == std::errc() ? result : static_cast<double>(value);
@@ -55,17 +56,17 @@ Json labels(const LabelSummary& summary) {
   return {
       {"lines", summary.lines},
       {"correct", summary.correct},
-      {"accuracy", summary.lines == 0
-                       ? 0.0
-                       : static_cast<double>(summary.correct) /
-                             static_cast<double>(summary.lines)},
+      {"accuracy", summary.lines == 0 ? 0.0
+                                      : static_cast<double>(summary.correct) /
+                                            static_cast<double>(summary.lines)},
       {"matrix", std::move(matrix)},
   };
 }
 
 Json summaryJson(const Summary& summary) {
   Json byKind = Json::object();
-  for (const GroupSummary& kind : summary.byKind) byKind[kind.name] = group(kind);
+  for (const GroupSummary& kind : summary.byKind)
+    byKind[kind.name] = group(kind);
   Json byTag = Json::object();
   for (const GroupSummary& tag : summary.byTag) byTag[tag.name] = group(tag);
   Json reasons = Json::object();

@@ -35,9 +35,8 @@ std::string right(std::string_view text, std::size_t width = kNumberWidth) {
 
 std::string fixed(double value, int decimals) {
   char buffer[64];
-  const auto [end, error] = std::to_chars(
-      buffer, buffer + sizeof buffer, value, std::chars_format::fixed,
-      decimals);
+  const auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, value,
+                                          std::chars_format::fixed, decimals);
   return error == std::errc() ? std::string(buffer, end) : "?";
 }
 

@@ -17,8 +17,7 @@ namespace tovrin::ai::eval {
 // model did not answer. In replay mode the columns are passed and rejected.
 void writeTable(std::ostream& out, const EvalOptions& options,
                 const std::vector<EvalCase>& cases,
-                const std::vector<EvalResult>& results,
-                const Summary& summary);
+                const std::vector<EvalResult>& results, const Summary& summary);
 
 }  // namespace tovrin::ai::eval
 

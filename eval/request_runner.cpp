@@ -29,6 +29,15 @@ struct CallLog {
 
 thread_local CallLog* currentLog = nullptr;
 
+// Points currentLog at log while it lives.
+class LogScope {
+ public:
+  explicit LogScope(CallLog& log) { currentLog = &log; }
+  ~LogScope() { currentLog = nullptr; }
+  LogScope(const LogScope&) = delete;
+  LogScope& operator=(const LogScope&) = delete;
+};
+
 AiTransport recordingTransport(AiTransport inner) {
   return [inner = std::move(inner)](
              const AiRuntimeConfig& config, const std::string& endpoint,
@@ -48,11 +57,6 @@ AiTransport recordingTransport(AiTransport inner) {
   };
 }
 
-std::vector<std::string> reasonsFor(const std::string& answer,
-                                    const AiRequest& enriched) {
-  return validateAnswer(answer, enriched).reasons;
-}
-
 double millisecondsSince(Clock::time_point start) {
   return std::chrono::duration<double, std::milli>(Clock::now() - start)
       .count();
@@ -61,18 +65,13 @@ double millisecondsSince(Clock::time_point start) {
 EvalResult runOnce(const AiRuntime& runtime, const EvalCase& evalCase,
                    const AiRequest& enriched) {
   CallLog log;
-  currentLog = &log;
   EvalResult result;
-  const Clock::time_point start = Clock::now();
-  try {
+  {
+    const LogScope scope(log);
+    const Clock::time_point start = Clock::now();
     result.response = runtime.ask(evalCase.request);
-  } catch (...) {
-    currentLog = nullptr;
-    throw;
+    result.latencyMs = millisecondsSince(start);
   }
-  result.latencyMs = millisecondsSince(start);
-  currentLog = nullptr;
-
   result.transportCalls = log.calls;
   result.failedTransportCalls = log.failed;
   result.outcome = classify(result.response, log.failed);
@@ -80,8 +79,8 @@ EvalResult runOnce(const AiRuntime& runtime, const EvalCase& evalCase,
   // kept answers again gives the verdicts it passed over. Same answer, same
   // enriched request: same verdict.
   if (!log.answers.empty()) {
-    result.firstReasons = reasonsFor(log.answers.front(), enriched);
-    result.finalReasons = reasonsFor(log.answers.back(), enriched);
+    result.firstReasons = validateAnswer(log.answers.front(), enriched).reasons;
+    result.finalReasons = validateAnswer(log.answers.back(), enriched).reasons;
   }
   return result;
 }
@@ -159,7 +158,8 @@ std::vector<EvalResult> runCases(AiRuntimeConfig config, AiTransport transport,
     changed.notify_one();
   };
 
-  const std::size_t threads = std::clamp<std::size_t>(concurrency, 1, std::max<std::size_t>(total, 1));
+  const std::size_t threads =
+      std::clamp<std::size_t>(concurrency, 1, std::max<std::size_t>(total, 1));
   std::vector<std::thread> workers;
   running = threads;
   for (std::size_t i = 0; i < threads; ++i) workers.emplace_back(work);

@@ -17,7 +17,8 @@ AiRuntimeConfig runtimeConfig(const EvalOptions& options);
 
 // Told how many runs have ended out of how many; called on the thread that
 // called runCases, after every run and a few times a second in between.
-using ProgressCallback = std::function<void(std::size_t done, std::size_t total)>;
+using ProgressCallback =
+    std::function<void(std::size_t done, std::size_t total)>;
 
 // Sends every case repeat times through one runtime built from config, on
 // concurrency threads at once. transport does the model calls (it must allow

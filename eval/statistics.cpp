@@ -31,10 +31,18 @@ struct GroupBuilder {
   void add(const EvalResult& result) {
     ++summary.requests;
     switch (result.outcome) {
-      case Outcome::kModel: ++summary.model; break;
-      case Outcome::kTemplate: ++summary.templateAnswers; break;
-      case Outcome::kRejected: ++summary.rejected; break;
-      case Outcome::kTransportFailure: ++summary.transportFailures; break;
+      case Outcome::kModel:
+        ++summary.model;
+        break;
+      case Outcome::kTemplate:
+        ++summary.templateAnswers;
+        break;
+      case Outcome::kRejected:
+        ++summary.rejected;
+        break;
+      case Outcome::kTransportFailure:
+        ++summary.transportFailures;
+        break;
     }
     summary.transportCalls += result.transportCalls;
     summary.failedTransportCalls += result.failedTransportCalls;
@@ -81,10 +89,9 @@ std::size_t indexOf(const std::vector<std::string>& labels,
 
 void countLabel(std::vector<LabelSummary>& summaries, AiRequestKind kind,
                 const std::string& expected, const AiResponse& response) {
-  auto found = std::find_if(summaries.begin(), summaries.end(),
-                            [kind](const LabelSummary& s) {
-                              return s.kind == kind;
-                            });
+  auto found =
+      std::find_if(summaries.begin(), summaries.end(),
+                   [kind](const LabelSummary& s) { return s.kind == kind; });
   LabelSummary& summary = *found;
   // A run that gave the game no answer counts as no label at all.
   const std::size_t row = indexOf(summary.labels, expected);
@@ -108,9 +115,8 @@ double percentile(std::vector<double> values, unsigned percent) {
 
 std::string reasonRule(std::string_view code) {
   const std::size_t colon = code.find(':');
-  return std::string(colon == std::string_view::npos
-                         ? code
-                         : code.substr(0, colon + 1));
+  return std::string(
+      colon == std::string_view::npos ? code : code.substr(0, colon + 1));
 }
 
 Summary summarize(const std::vector<EvalCase>& cases,
@@ -157,7 +163,8 @@ Summary summarize(const std::vector<EvalCase>& cases,
 
   summary.overall = overall.finish("all");
   for (auto& [kind, group] : byKind) {
-    summary.byKind.push_back(group.finish(kindName(static_cast<AiRequestKind>(kind))));
+    summary.byKind.push_back(
+        group.finish(kindName(static_cast<AiRequestKind>(kind))));
   }
   for (auto& [tag, group] : byTag) summary.byTag.push_back(group.finish(tag));
   std::erase_if(summary.labels,

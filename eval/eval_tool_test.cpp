@@ -1,0 +1,442 @@
+// The real tovrin-ai-eval binary against scripted model servers: the JSON
+// report field by field, the README's example run, and --replay against
+// validateAnswer.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "jsonl_reader.hpp"
+#include "testing/loopback_server.hpp"
+#include "testing/process_runner.hpp"
+
+namespace tovrin::ai::eval {
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::json;
+
+std::string readFile(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file),
+                     std::istreambuf_iterator<char>());
+}
+
+// A working directory of its own for one test.
+class EvalRun {
+ public:
+  EvalRun() {
+    dir_ =
+        fs::temp_directory_path() /
+        ("tovrin_ai_eval_" +
+         std::string(
+             ::testing::UnitTest::GetInstance()->current_test_info()->name()));
+    fs::remove_all(dir_);
+    fs::create_directories(dir_);
+  }
+  ~EvalRun() { fs::remove_all(dir_); }
+
+  const fs::path& dir() const { return dir_; }
+  void write(const std::string& name, const std::string& text) const {
+    std::ofstream(dir_ / name, std::ios::binary) << text;
+  }
+  test::ProcessResult run(const std::vector<std::string>& args) const {
+    return test::runProcess(TOVRIN_AI_EVAL_PATH, args, dir_);
+  }
+  Json report(const std::string& name) const {
+    return Json::parse(readFile(dir_ / name));
+  }
+
+ private:
+  fs::path dir_;
+};
+
+// Checks every latency of the report (they vary from run to run) and sets
+// them to 0, so that the rest can be compared with literal values.
+void checkAndClearLatencies(Json& report) {
+  std::vector<double> runs;
+  for (Json& result : report["results"]) {
+    runs.push_back(result["latencyMs"].get<double>());
+    EXPECT_GE(runs.back(), 0.0);
+    result["latencyMs"] = 0;
+  }
+  auto clear = [&](Json& group, const std::string& name) {
+    Json& latency = group["latencyMs"];
+    EXPECT_LE(latency["p50"].get<double>(), latency["p90"].get<double>())
+        << name;
+    EXPECT_LE(latency["p90"].get<double>(), latency["p99"].get<double>())
+        << name;
+    EXPECT_LE(latency["p99"].get<double>(), latency["max"].get<double>())
+        << name;
+    latency = {{"p50", 0}, {"p90", 0}, {"p99", 0}, {"max", 0}};
+  };
+  Json& overall = report["summary"]["overall"];
+  // Nearest rank: the percentiles are latencies of actual runs.
+  for (const char* p : {"p50", "p99", "max"}) {
+    EXPECT_NE(std::find(runs.begin(), runs.end(),
+                        overall["latencyMs"][p].get<double>()),
+              runs.end())
+        << p;
+  }
+  clear(overall, "overall");
+  for (auto& [name, group] : report["summary"]["byKind"].items())
+    clear(group, name);
+  for (auto& [name, group] : report["summary"]["byTag"].items())
+    clear(group, name);
+}
+
+void expectSameJson(const Json& actual, const Json& expected) {
+  const Json difference = Json::diff(actual, expected);
+  EXPECT_TRUE(difference.empty())
+      << "to make the report the expected one: " << difference.dump(1);
+}
+
+const char* const kSevenCases =
+    R"({"message": "Kolik stojí pivo?", "persona": "Hostinský Karel.", "worldFacts": ["Pivo stojí 4 mince."], "tags": ["hostinec"]}
+{"message": "Kolik je 12*(3+4)?", "kind": "ShortAnswer", "expected": "84", "tags": ["počty"]}
+{"message": "gg, dobrá hra", "kind": "ChatModeration", "expected": "OK", "tags": ["moderace"]}
+
+{"message": "prodám zlato za eura", "kind": 4, "expected": "WARN", "tags": ["moderace"]}
+{"message": "Jak otevřu mapu?", "kind": "CommandHelp", "allowedCommands": ["/mapa"], "tags": ["příkazy"]}
+{"message": "Hráč má 40 zabití za minutu.", "kind": "AntiCheatTriage", "expected": "HIGH"}
+{"message": "Ahoj!", "kind": "GeneralChat", "tags": ["hostinec"]}
+)";
+
+// Each outcome once: accepted at once, template after a failed repair,
+// accepted after the repair, rejected, template after an HTTP error, and a
+// transport failure.
+const char* const kSevenCasesReport = R"({
+"mode": "model", "input": "cases.jsonl",
+"settings": {"endpoint": "@", "model": "loopback-model",
+  "fallbackEndpoint": "", "fallbackModel": "", "timeoutMs": 5000,
+  "temperature": 0.2, "topP": 0.5, "helper": "", "repeat": 1, "concurrency": 1},
+"summary": {
+  "overall": {"requests": 7, "acceptedModel": 3, "acceptedTemplate": 2, "rejected": 1, "transportFailures": 1, "transportCalls": 10, "failedTransportCalls": 2, "latencyMs": {"p50": 0, "p90": 0, "p99": 0, "max": 0}},
+  "byKind": {
+    "NpcDialogue": {"requests": 1, "acceptedModel": 1, "acceptedTemplate": 0, "rejected": 0, "transportFailures": 0, "transportCalls": 1, "failedTransportCalls": 0, "latencyMs": {"p50": 0, "p90": 0, "p99": 0, "max": 0}},
+    "CommandHelp": {"requests": 1, "acceptedModel": 0, "acceptedTemplate": 0, "rejected": 1, "transportFailures": 0, "transportCalls": 2, "failedTransportCalls": 0, "latencyMs": {"p50": 0, "p90": 0, "p99": 0, "max": 0}},
+    "GeneralChat": {"requests": 1, "acceptedModel": 0, "acceptedTemplate": 0, "rejected": 0, "transportFailures": 1, "transportCalls": 1, "failedTransportCalls": 1, "latencyMs": {"p50": 0, "p90": 0, "p99": 0, "max": 0}},
+    "ShortAnswer": {"requests": 1, "acceptedModel": 0, "acceptedTemplate": 1, "rejected": 0, "transportFailures": 0, "transportCalls": 2, "failedTransportCalls": 0, "latencyMs": {"p50": 0, "p90": 0, "p99": 0, "max": 0}},
+    "ChatModeration": {"requests": 2, "acceptedModel": 2, "acceptedTemplate": 0, "rejected": 0, "transportFailures": 0, "transportCalls": 3, "failedTransportCalls": 0, "latencyMs": {"p50": 0, "p90": 0, "p99": 0, "max": 0}},
+    "AntiCheatTriage": {"requests": 1, "acceptedModel": 0, "acceptedTemplate": 1, "rejected": 0, "transportFailures": 0, "transportCalls": 1, "failedTransportCalls": 1, "latencyMs": {"p50": 0, "p90": 0, "p99": 0, "max": 0}}},
+  "byTag": {
+    "hostinec": {"requests": 2, "acceptedModel": 1, "acceptedTemplate": 0, "rejected": 0, "transportFailures": 1, "transportCalls": 2, "failedTransportCalls": 1, "latencyMs": {"p50": 0, "p90": 0, "p99": 0, "max": 0}},
+    "moderace": {"requests": 2, "acceptedModel": 2, "acceptedTemplate": 0, "rejected": 0, "transportFailures": 0, "transportCalls": 3, "failedTransportCalls": 0, "latencyMs": {"p50": 0, "p90": 0, "p99": 0, "max": 0}},
+    "počty": {"requests": 1, "acceptedModel": 0, "acceptedTemplate": 1, "rejected": 0, "transportFailures": 0, "transportCalls": 2, "failedTransportCalls": 0, "latencyMs": {"p50": 0, "p90": 0, "p99": 0, "max": 0}},
+    "příkazy": {"requests": 1, "acceptedModel": 0, "acceptedTemplate": 0, "rejected": 1, "transportFailures": 0, "transportCalls": 2, "failedTransportCalls": 0, "latencyMs": {"p50": 0, "p90": 0, "p99": 0, "max": 0}}},
+  "reasons": {
+    "empty_answer": {"firstAttempt": 0, "final": 0},
+    "answer_too_long": {"firstAttempt": 0, "final": 0},
+    "instruction_leak": {"firstAttempt": 0, "final": 0},
+    "question_echo": {"firstAttempt": 0, "final": 0},
+    "broken_czech_or_perspective": {"firstAttempt": 0, "final": 0},
+    "invalid_moderation_label": {"firstAttempt": 1, "final": 0},
+    "invalid_classification_label": {"firstAttempt": 0, "final": 0},
+    "slash_command_forbidden": {"firstAttempt": 0, "final": 0},
+    "invented_command:": {"firstAttempt": 1, "final": 1},
+    "missing_tool_value:": {"firstAttempt": 1, "final": 0},
+    "unexpected_number:": {"firstAttempt": 1, "final": 1},
+    "safety_fact_not_enforced": {"firstAttempt": 0, "final": 0}},
+  "labels": {
+    "ChatModeration": {"lines": 2, "correct": 1, "accuracy": 0.5, "matrix": {
+      "OK": {"OK": 1, "WARN": 0, "none": 0}, "WARN": {"OK": 1, "WARN": 0, "none": 0}}},
+    "AntiCheatTriage": {"lines": 1, "correct": 0, "accuracy": 0.0, "matrix": {
+      "NORMAL": {"NORMAL": 0, "WATCH": 0, "HIGH": 0, "none": 0},
+      "WATCH": {"NORMAL": 0, "WATCH": 0, "HIGH": 0, "none": 0},
+      "HIGH": {"NORMAL": 0, "WATCH": 1, "HIGH": 0, "none": 0}}}},
+  "expectedAnswers": {"lines": 1, "matched": 1}},
+"results": [
+ {"line": 1, "run": 1, "kind": "NpcDialogue", "tags": ["hostinec"], "message": "Kolik stojí pivo?",
+  "outcome": "model", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 0,
+  "firstAttemptReasons": [], "finalReasons": [],
+  "response": {"ok": true, "answer": "Pivo stojí 4 mince.", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 1, "error": ""}},
+ {"line": 2, "run": 1, "kind": "ShortAnswer", "tags": ["počty"], "message": "Kolik je 12*(3+4)?", "expected": "84",
+  "outcome": "template", "latencyMs": 0, "transportCalls": 2, "failedTransportCalls": 0,
+  "firstAttemptReasons": ["missing_tool_value:84", "unexpected_number:80"], "finalReasons": ["unexpected_number:85"],
+  "response": {"ok": true, "answer": "84", "model": "watchdog-template", "watchdogPassed": true, "watchdogReasons": [], "fallback": true, "attempts": 2, "error": ""}},
+ {"line": 3, "run": 1, "kind": "ChatModeration", "tags": ["moderace"], "message": "gg, dobrá hra", "expected": "OK",
+  "outcome": "model", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 0,
+  "firstAttemptReasons": [], "finalReasons": [],
+  "response": {"ok": true, "answer": "OK", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 1, "error": ""}},
+ {"line": 5, "run": 1, "kind": "ChatModeration", "tags": ["moderace"], "message": "prodám zlato za eura", "expected": "WARN",
+  "outcome": "model", "latencyMs": 0, "transportCalls": 2, "failedTransportCalls": 0,
+  "firstAttemptReasons": ["invalid_moderation_label"], "finalReasons": [],
+  "response": {"ok": true, "answer": "OK", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 2, "error": ""}},
+ {"line": 6, "run": 1, "kind": "CommandHelp", "tags": ["příkazy"], "message": "Jak otevřu mapu?",
+  "outcome": "rejected", "latencyMs": 0, "transportCalls": 2, "failedTransportCalls": 0,
+  "firstAttemptReasons": ["invented_command:/map"], "finalReasons": ["invented_command:/mapka"],
+  "response": {"ok": false, "answer": "Zkus /mapka.", "model": "loopback-model", "watchdogPassed": false, "watchdogReasons": ["invented_command:/mapka"], "fallback": false, "attempts": 2, "error": "AI answer rejected by watchdog"}},
+ {"line": 7, "run": 1, "kind": "AntiCheatTriage", "tags": [], "message": "Hráč má 40 zabití za minutu.", "expected": "HIGH",
+  "outcome": "template", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 1,
+  "firstAttemptReasons": [], "finalReasons": [],
+  "response": {"ok": true, "answer": "WATCH", "model": "watchdog-template", "watchdogPassed": true, "watchdogReasons": [], "fallback": true, "attempts": 1, "error": "AI endpoint returned HTTP/1.1 503 Service Unavailable"}},
+ {"line": 8, "run": 1, "kind": "GeneralChat", "tags": ["hostinec"], "message": "Ahoj!",
+  "outcome": "transport_failure", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 1,
+  "firstAttemptReasons": [], "finalReasons": [],
+  "response": {"ok": false, "answer": "", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 1, "error": "Malformed AI HTTP response"}}
+]})";
+
+TEST(EvalTool, JsonReportHoldsEveryRunAndTheSummary) {
+  const test::LoopbackServer server({
+      test::chatCompletionStep("Pivo stojí 4 mince."),
+      test::chatCompletionStep("Asi 80."),
+      test::chatCompletionStep("To je 84, nebo 85."),
+      test::chatCompletionStep("OK"),
+      test::chatCompletionStep("WARN."),
+      test::chatCompletionStep("OK"),
+      test::chatCompletionStep("Napiš /map."),
+      test::chatCompletionStep("Zkus /mapka."),
+      test::statusStep("HTTP/1.1 503 Service Unavailable", "{}"),
+      test::closeWithoutAnswerStep(),
+  });
+  const EvalRun run;
+  run.write("cases.jsonl", kSevenCases);
+  const test::ProcessResult result =
+      run.run({"--endpoint", server.endpoint(), "--model", "loopback-model",
+               "--timeout", "5000", "--temperature", "0.2", "--top-p", "0.5",
+               "--helper", "", "--json", "report.json", "cases.jsonl"});
+  ASSERT_EQ(result.exitStatus, 0) << result.err;
+  EXPECT_EQ(result.err, "") << "no progress bar outside a terminal";
+
+  Json expected = Json::parse(kSevenCasesReport);
+  expected["settings"]["endpoint"] = server.endpoint();
+  Json report = run.report("report.json");
+  checkAndClearLatencies(report);
+  expectSameJson(report, expected);
+
+  // The sampling options reach the model server.
+  ASSERT_EQ(server.requests().size(), 10u);
+  EXPECT_NE(
+      server.requests()[0].find("\"model\":\"loopback-model\",\"messages\":["),
+      std::string::npos);
+  EXPECT_NE(server.requests()[0].find(
+                "\"temperature\":0.2,\"top_p\":0.5,\"max_tokens\":80,"),
+            std::string::npos);
+
+  // The readable report starts with its heading and the row of all runs.
+  EXPECT_EQ(
+      result.out.substr(0, result.out.find("\n\n")),
+      "tovrin-ai-eval: 7 requests from 7 lines, model loopback-model at " +
+          server.endpoint());
+  EXPECT_NE(
+      result.out.find("\nall                                     7         3"
+                      "         2         1         1        10"),
+      std::string::npos)
+      << result.out;
+}
+
+TEST(EvalTool, FallbackServerAnswersWhenTheFirstFails) {
+  const test::LoopbackServer primary({test::closeBeforeReadingStep()});
+  const test::LoopbackServer fallback(
+      {test::chatCompletionStep("Vítej ve hře.")});
+  const EvalRun run;
+  // No template answer fits, so the first pass fails and the second runs.
+  run.write("in.jsonl", R"({"message": "ahoj", "kind": "ShortAnswer"})");
+  const test::ProcessResult result =
+      run.run({"--endpoint", primary.endpoint(), "--fallback-endpoint",
+               fallback.endpoint(), "--fallback-model", "spare", "--json",
+               "r.json", "in.jsonl"});
+  ASSERT_EQ(result.exitStatus, 0) << result.err;
+  const Json runJson = run.report("r.json")["results"][0];
+  EXPECT_EQ(runJson["outcome"], "model");
+  EXPECT_EQ(runJson["transportCalls"], 2);
+  EXPECT_EQ(runJson["failedTransportCalls"], 1);
+  EXPECT_EQ(runJson["response"]["model"], "spare");
+  EXPECT_EQ(runJson["response"]["fallback"], true);
+  ASSERT_EQ(fallback.requests().size(), 1u);
+  EXPECT_NE(fallback.requests()[0].find("\"model\":\"spare\""),
+            std::string::npos);
+}
+
+TEST(EvalTool, RepeatedRunsGoSideBySideAndKeepTheirOrder) {
+  const auto delay = std::chrono::milliseconds(400);
+  const test::LoopbackServer server(
+      {test::delayedStep(delay, test::chatCompletionStep("OK"))}, 0,
+      test::Serving::kConcurrently);
+  const EvalRun run;
+  run.write(
+      "in.jsonl",
+      "{\"message\": \"a\", \"kind\": 4}\n{\"message\": \"b\", \"kind\": 4}\n");
+  const auto start = std::chrono::steady_clock::now();
+  const test::ProcessResult result =
+      run.run({"--endpoint", server.endpoint(), "--repeat", "3",
+               "--concurrency", "3", "--json", "r.json", "in.jsonl"});
+  const auto elapsed = std::chrono::steady_clock::now() - start;
+  ASSERT_EQ(result.exitStatus, 0) << result.err;
+  // One after the other, six delayed answers would take 2.4 s.
+  EXPECT_LT(elapsed, std::chrono::milliseconds(2000));
+
+  const Json report = run.report("r.json");
+  std::vector<std::pair<int, int>> order;
+  for (const Json& entry : report["results"]) {
+    order.emplace_back(entry["line"], entry["run"]);
+    EXPECT_EQ(entry["transportCalls"], 1);
+  }
+  EXPECT_EQ(order, (std::vector<std::pair<int, int>>{
+                       {1, 1}, {1, 2}, {1, 3}, {2, 1}, {2, 2}, {2, 3}}));
+  EXPECT_EQ(report["summary"]["overall"]["acceptedModel"], 6);
+}
+
+// The README's example command, run as written but for the program path and
+// the endpoint, in a directory laid out like the repository root.
+TEST(EvalTool, ReadmeExampleRunsOnTheSamples) {
+  std::istringstream readme(
+      readFile(fs::path(TOVRIN_AI_SOURCE_DIR) / "README.md"));
+  const std::string prefix =
+      "    ./build/default/eval/tovrin-ai-eval --endpoint ";
+  std::vector<std::string> args;
+  for (std::string line; std::getline(readme, line);) {
+    if (!line.starts_with(prefix)) continue;
+    std::istringstream words(line);
+    for (std::string word; words >> word;) args.push_back(word);
+    break;
+  }
+  ASSERT_GT(args.size(), 2u) << "no example command in the README";
+  args.erase(args.begin());
+  ASSERT_EQ(args[0], "--endpoint");
+
+  // Every model answer is "OK": right for moderation, a wrong label for
+  // triage, missing the exact result for the arithmetic, no refusal where a
+  // fact forbids what is asked.
+  const test::LoopbackServer server({test::chatCompletionStep("OK")}, 0,
+                                    test::Serving::kConcurrently);
+  args[1] = server.endpoint();
+  const EvalRun run;
+  fs::create_directories(run.dir() / "examples");
+  fs::copy(fs::path(TOVRIN_AI_SOURCE_DIR) / "examples" / "eval",
+           run.dir() / "examples" / "eval", fs::copy_options::recursive);
+  fs::create_directories(run.dir() / "assets");
+  fs::copy(fs::path(TOVRIN_AI_SOURCE_DIR) / "assets" / "ai",
+           run.dir() / "assets" / "ai", fs::copy_options::recursive);
+  const test::ProcessResult result = run.run(args);
+  ASSERT_EQ(result.exitStatus, 0) << result.err;
+  EXPECT_EQ(result.out.rfind("tovrin-ai-eval: 33 requests from 33 lines", 0),
+            0u)
+      << result.out;
+
+  const Json report = run.report("eval-report.json");
+  EXPECT_EQ(report["settings"]["concurrency"], 2);
+  const Json& overall = report["summary"]["overall"];
+  EXPECT_EQ(overall["requests"], 33);
+  EXPECT_EQ(overall["acceptedModel"], 20);
+  EXPECT_EQ(overall["acceptedTemplate"], 13);
+  EXPECT_EQ(overall["rejected"], 0);
+  EXPECT_EQ(overall["transportFailures"], 0);
+  EXPECT_EQ(overall["transportCalls"], 46);
+  EXPECT_EQ(server.requests().size(), 46u);
+  // Counted per run even with runs side by side: an accepted "OK" took one
+  // call, anything else the repair attempt too.
+  for (const Json& entry : report["results"]) {
+    EXPECT_EQ(entry["transportCalls"], entry["outcome"] == "model" ? 1 : 2)
+        << "line " << entry["line"];
+  }
+}
+
+TEST(EvalTool, ReplayGivesTheVerdictsOfValidateAnswer) {
+  const fs::path samples =
+      fs::path(TOVRIN_AI_SOURCE_DIR) / "examples" / "eval" / "requests.jsonl";
+  std::ifstream file(samples, std::ios::binary);
+  const ReadResult input = readCases(file, "samples");
+  ASSERT_TRUE(input.errors.empty());
+
+  const EvalRun run;
+  const test::ProcessResult result =
+      run.run({"--replay", "--json", "r.json", samples.string()});
+  ASSERT_EQ(result.exitStatus, 0) << result.err;
+  const Json report = run.report("r.json");
+  EXPECT_EQ(report["mode"], "replay");
+  EXPECT_FALSE(report.contains("settings"));
+
+  const Json& results = report["results"];
+  ASSERT_EQ(results.size(), input.cases.size());
+  std::size_t passed = 0;
+  for (std::size_t i = 0; i < input.cases.size(); ++i) {
+    const EvalCase& evalCase = input.cases[i];
+    ASSERT_TRUE(evalCase.answer) << "line " << evalCase.line;
+    const WatchdogVerdict verdict =
+        validateAnswer(*evalCase.answer, applyToolFacts(evalCase.request));
+    EXPECT_EQ(results[i]["line"], evalCase.line);
+    EXPECT_EQ(results[i]["response"]["watchdogPassed"], verdict.passed)
+        << "line " << evalCase.line;
+    EXPECT_EQ(results[i]["response"]["watchdogReasons"], verdict.reasons)
+        << "line " << evalCase.line;
+    EXPECT_EQ(results[i]["transportCalls"], 0);
+    if (verdict.passed) ++passed;
+  }
+  // The samples show passing and rejected answers alike.
+  EXPECT_GT(passed, 0u);
+  EXPECT_LT(passed, input.cases.size());
+}
+
+TEST(EvalTool, ReplayTableReadsAsWritten) {
+  const EvalRun run;
+  run.write(
+      "in.jsonl",
+      R"({"message": "Kolik je 2+2?", "kind": "ShortAnswer", "answer": "Jsou to 4.", "tags": ["počty"]}
+{"message": "ty lamo", "kind": "ChatModeration", "expected": "WARN", "answer": "warn"}
+{"message": "Jak na mapu?", "kind": "ShortAnswer", "answer": "Napiš /mapa, je to 5 kroků.", "tags": ["počty"]}
+{"message": "bez odpovědi"}
+)");
+  const test::ProcessResult result = run.run({"--replay", "in.jsonl"});
+  ASSERT_EQ(result.exitStatus, 0) << result.err;
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(result.out,
+            "tovrin-ai-eval --replay: 3 answers judged by the watchdog, 1 "
+            "lines without an answer left out\n"
+            "\n"
+            "                                  answers    passed  rejected\n"
+            "all                                     3         1         2\n"
+            "ShortAnswer                             2         1         1\n"
+            "ChatModeration                          1         0         1\n"
+            "#počty                                  2         1         1\n"
+            "\n"
+            "passed 33.3 %, rejected 66.7 %\n"
+            "\n"
+            "watchdog rule                     answers\n"
+            "invalid_moderation_label                1\n"
+            "slash_command_forbidden                 1\n"
+            "\n"
+            "ChatModeration: 0 of 1 labels right (0.0 %)\n"
+            "  expected \\ given                     OK      WARN      none\n"
+            "  OK                                    0         0         0\n"
+            "  WARN                                  0         0         1\n"
+            "\n"
+            "rejected answers:\n"
+            "  line 2: invalid_moderation_label\n"
+            "  line 3: slash_command_forbidden\n");
+}
+
+TEST(EvalTool, BadInputStopsBeforeAnyModelCall) {
+  const test::LoopbackServer server({test::chatCompletionStep("OK")});
+  const EvalRun run;
+  run.write("in.jsonl",
+            "{\"message\": \"a\"}\n"
+            "{\"message\": \"b\", \"worldfacts\": [\"x\"]}\n"
+            "{\"message\": \"c\", \"kind\": \"ChatModeration\", \"expected\": "
+            "\"ok\"}\n");
+  const test::ProcessResult result =
+      run.run({"--endpoint", server.endpoint(), "in.jsonl"});
+  EXPECT_EQ(result.exitStatus, 2);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err,
+            "in.jsonl:2: unknown field \"worldfacts\"\n"
+            "in.jsonl:3: expected must be a label of ChatModeration\n");
+  EXPECT_TRUE(server.requests().empty());
+
+  const test::ProcessResult missing = run.run({"absent.jsonl"});
+  EXPECT_EQ(missing.exitStatus, 2);
+  EXPECT_EQ(missing.err, "tovrin-ai-eval: cannot read absent.jsonl\n");
+
+  const test::ProcessResult badOption = run.run({"--repeat", "0", "in.jsonl"});
+  EXPECT_EQ(badOption.exitStatus, 2);
+  EXPECT_EQ(badOption.err.substr(0, badOption.err.find('\n')),
+            "tovrin-ai-eval: bad value for --repeat: 0");
+}
+
+}  // namespace
+}  // namespace tovrin::ai::eval

@@ -1,0 +1,177 @@
+#include "statistics.hpp"
+
+#include <gtest/gtest.h>
+
+#include <numeric>
+#include <utility>
+
+namespace tovrin::ai::eval {
+namespace {
+
+std::vector<double> oneTo(std::size_t n) {
+  std::vector<double> values(n);
+  std::iota(values.begin(), values.end(), 1.0);
+  return values;
+}
+
+TEST(Percentile, NearestRank) {
+  struct Row {
+    const char* name;
+    std::vector<double> values;
+    unsigned percent;
+    double expected;
+  };
+  const Row rows[] = {
+      {"empty", {}, 50, 0},
+      {"single", {7}, 99, 7},
+      {"median_of_four_is_the_lower_middle", {4, 1, 3, 2}, 50, 2},
+      {"median_of_three_unsorted", {30, 10, 20}, 50, 20},
+      {"p90_of_ten_is_the_ninth", {10, 9, 8, 7, 6, 5, 4, 3, 2, 1}, 90, 9},
+      {"p99_of_ten_is_the_largest", oneTo(10), 99, 10},
+      {"p99_of_hundred_is_the_99th", oneTo(100), 99, 99},
+      {"p99_of_hundred_and_one_is_the_100th", oneTo(101), 99, 100},
+      {"p100_is_the_largest", {3, 1, 2}, 100, 3},
+      {"p1_is_the_smallest", {3, 1, 2}, 1, 1},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(percentile(row.values, row.percent), row.expected) << row.name;
+  }
+}
+
+EvalCase caseOf(AiRequestKind kind, std::vector<std::string> tags,
+                std::optional<std::string> expected = std::nullopt) {
+  EvalCase evalCase;
+  evalCase.request.message = "m";
+  evalCase.request.kind = kind;
+  evalCase.tags = std::move(tags);
+  evalCase.expected = std::move(expected);
+  return evalCase;
+}
+
+EvalResult resultOf(std::size_t caseIndex, Outcome outcome, bool ok,
+                    std::string answer) {
+  EvalResult result;
+  result.caseIndex = caseIndex;
+  result.outcome = outcome;
+  result.response.ok = ok;
+  result.response.answer = std::move(answer);
+  return result;
+}
+
+TEST(Summarize, ReasonsCountOncePerRunUnderTheirRule) {
+  const std::vector<EvalCase> cases{caseOf(AiRequestKind::ShortAnswer, {})};
+  std::vector<EvalResult> results(2,
+                                  resultOf(0, Outcome::kRejected, false, ""));
+  results[0].firstReasons = {"missing_tool_value:84", "missing_tool_value:3",
+                             "unexpected_number:5"};
+  results[0].finalReasons = {"missing_tool_value:3"};
+  results[1].firstReasons = {"question_echo", "some_new_rule"};
+  results[1].finalReasons = {"question_echo"};
+
+  std::vector<std::tuple<std::string, std::size_t, std::size_t>> counts;
+  for (const ReasonCount& reason : summarize(cases, results).reasons) {
+    counts.emplace_back(reason.rule, reason.firstAttempt, reason.final);
+  }
+  const std::vector<std::tuple<std::string, std::size_t, std::size_t>> expected{
+      {"empty_answer", 0, 0},
+      {"answer_too_long", 0, 0},
+      {"instruction_leak", 0, 0},
+      {"question_echo", 1, 1},
+      {"broken_czech_or_perspective", 0, 0},
+      {"invalid_moderation_label", 0, 0},
+      {"invalid_classification_label", 0, 0},
+      {"slash_command_forbidden", 0, 0},
+      {"invented_command:", 0, 0},
+      {"missing_tool_value:", 1, 1},
+      {"unexpected_number:", 1, 0},
+      {"safety_fact_not_enforced", 0, 0},
+      {"some_new_rule", 1, 0},
+  };
+  EXPECT_EQ(counts, expected);
+}
+
+TEST(Summarize, LabelsCountRunsWithoutAnAnswerAsNone) {
+  const std::vector<EvalCase> cases{
+      caseOf(AiRequestKind::ChatModeration, {}, "WARN"),
+      caseOf(AiRequestKind::AntiCheatTriage, {}, "HIGH"),
+      caseOf(AiRequestKind::ShortAnswer, {}, "84"),
+      caseOf(AiRequestKind::ChatModeration, {}),  // no label: not counted
+  };
+  const std::vector<EvalResult> results{
+      resultOf(0, Outcome::kModel, true, "WARN"),
+      resultOf(0, Outcome::kTemplate, true, "OK"),
+      resultOf(0, Outcome::kRejected, false, "WARN"),  // the game got nothing
+      resultOf(1, Outcome::kTemplate, true, "WATCH"),
+      resultOf(2, Outcome::kModel, true, "84"),
+      resultOf(2, Outcome::kRejected, false, "84"),
+      resultOf(3, Outcome::kModel, true, "OK"),
+  };
+  const Summary summary = summarize(cases, results);
+
+  ASSERT_EQ(summary.labels.size(), 2u);
+  const LabelSummary& moderation = summary.labels[0];
+  EXPECT_EQ(moderation.kind, AiRequestKind::ChatModeration);
+  EXPECT_EQ(moderation.labels, (std::vector<std::string>{"OK", "WARN"}));
+  // Rows expected OK, WARN; columns given OK, WARN, none.
+  EXPECT_EQ(moderation.matrix,
+            (std::vector<std::vector<std::size_t>>{{0, 0, 0}, {1, 1, 1}}));
+  EXPECT_EQ(moderation.lines, 3u);
+  EXPECT_EQ(moderation.correct, 1u);
+
+  const LabelSummary& triage = summary.labels[1];
+  EXPECT_EQ(triage.labels,
+            (std::vector<std::string>{"NORMAL", "WATCH", "HIGH"}));
+  EXPECT_EQ(triage.matrix, (std::vector<std::vector<std::size_t>>{
+                               {0, 0, 0, 0}, {0, 0, 0, 0}, {0, 1, 0, 0}}));
+  EXPECT_EQ(triage.correct, 0u);
+
+  EXPECT_EQ(summary.expectedAnswers, 2u);
+  EXPECT_EQ(summary.matchedAnswers, 1u);
+}
+
+TEST(Summarize, GroupsByKindInKindOrderAndByTagInByteOrder) {
+  const std::vector<EvalCase> cases{
+      caseOf(AiRequestKind::AntiCheatTriage, {"z", "a"}),
+      caseOf(AiRequestKind::NpcDialogue, {"a"}),
+  };
+  std::vector<EvalResult> results{
+      resultOf(0, Outcome::kTransportFailure, false, ""),
+      resultOf(1, Outcome::kModel, true, "x"),
+      resultOf(1, Outcome::kTemplate, true, "y"),
+  };
+  results[0].transportCalls = 1;
+  results[0].failedTransportCalls = 1;
+  results[1].transportCalls = 2;
+  results[1].latencyMs = 30;
+  results[2].latencyMs = 10;
+  const Summary summary = summarize(cases, results);
+
+  auto row = [](const GroupSummary& g) {
+    return std::vector<std::size_t>{g.requests,
+                                    g.model,
+                                    g.templateAnswers,
+                                    g.rejected,
+                                    g.transportFailures,
+                                    g.transportCalls,
+                                    g.failedTransportCalls};
+  };
+  EXPECT_EQ(row(summary.overall),
+            (std::vector<std::size_t>{3, 1, 1, 0, 1, 3, 1}));
+  ASSERT_EQ(summary.byKind.size(), 2u);
+  EXPECT_EQ(summary.byKind[0].name, "NpcDialogue");
+  EXPECT_EQ(row(summary.byKind[0]),
+            (std::vector<std::size_t>{2, 1, 1, 0, 0, 2, 0}));
+  EXPECT_EQ(summary.byKind[0].latencyMs.p50, 10);
+  EXPECT_EQ(summary.byKind[0].latencyMs.max, 30);
+  EXPECT_EQ(summary.byKind[1].name, "AntiCheatTriage");
+  ASSERT_EQ(summary.byTag.size(), 2u);
+  EXPECT_EQ(summary.byTag[0].name, "a");
+  EXPECT_EQ(row(summary.byTag[0]),
+            (std::vector<std::size_t>{3, 1, 1, 0, 1, 3, 1}));
+  EXPECT_EQ(summary.byTag[1].name, "z");
+  EXPECT_EQ(row(summary.byTag[1]),
+            (std::vector<std::size_t>{1, 0, 0, 0, 1, 1, 1}));
+}
+
+}  // namespace
+}  // namespace tovrin::ai::eval

@@ -29,34 +29,6 @@ TEST(ParseCaseLine, ReadsEveryField) {
   EXPECT_EQ(parsed->tags, (std::vector<std::string>{"t1", "t2"}));
 }
 
-TEST(ParseCaseLine, KindsAndDefaults) {
-  struct Row {
-    const char* name;
-    const char* line;
-    AiRequestKind kind;
-    std::size_t maxTokens;
-  };
-  const Row rows[] = {
-      {"defaults", R"({"message": "a"})", AiRequestKind::NpcDialogue, 80},
-      {"kind_by_number", R"({"message": "a", "kind": 3})",
-       AiRequestKind::ShortAnswer, 80},
-      {"kind_two_by_name", R"({"message": "a", "kind": "GeneralChat"})",
-       AiRequestKind::GeneralChat, 80},
-      {"label_kind_with_label",
-       R"({"message": "a", "kind": 5, "expected": "HIGH"})",
-       AiRequestKind::AntiCheatTriage, 80},
-      {"zero_tokens", R"({"message": "a", "maxTokens": 0})",
-       AiRequestKind::NpcDialogue, 0},
-  };
-  for (const Row& row : rows) {
-    std::string error;
-    const std::optional<EvalCase> parsed = parseCaseLine(row.line, 1, error);
-    ASSERT_TRUE(parsed) << row.name << ": " << error;
-    EXPECT_EQ(parsed->request.kind, row.kind) << row.name;
-    EXPECT_EQ(parsed->request.maxTokens, row.maxTokens) << row.name;
-  }
-}
-
 TEST(ParseCaseLine, RejectsWhatWouldSilentlyChangeTheRequest) {
   const std::string kindError =
       "kind must be NpcDialogue, CommandHelp, GeneralChat, ShortAnswer, "

@@ -5,45 +5,14 @@
 namespace tovrin::ai::eval {
 namespace {
 
-TEST(ParseOptions, ReadsEveryOptionInBothForms) {
+TEST(ParseOptions, ValueAfterAnEqualsSignMayBeEmpty) {
   std::string error;
   const std::optional<EvalOptions> options =
-      parseOptions({"--endpoint",
-                    "http://h:1/p",
-                    "--model=m",
-                    "--fallback-endpoint",
-                    "http://f:2/p",
-                    "--fallback-model",
-                    "fm",
-                    "--timeout",
-                    "1500",
-                    "--temperature=0.5",
-                    "--top-p",
-                    "0.25",
-                    "--helper=",
-                    "--repeat",
-                    "3",
-                    "--concurrency",
-                    "64",
-                    "--json",
-                    "r.json",
-                    "--replay",
-                    "in.jsonl"},
-                   error);
+      parseOptions({"--model=m=1", "--helper=", "in.jsonl"}, error);
   ASSERT_TRUE(options) << error;
-  EXPECT_EQ(options->input, "in.jsonl");
-  EXPECT_EQ(options->endpoint, "http://h:1/p");
-  EXPECT_EQ(options->model, "m");
-  EXPECT_EQ(options->fallbackEndpoint, "http://f:2/p");
-  EXPECT_EQ(options->fallbackModel, "fm");
-  EXPECT_EQ(options->timeoutMs, 1500);
-  EXPECT_EQ(options->temperature, 0.5f);
-  EXPECT_EQ(options->topP, 0.25f);
+  EXPECT_EQ(options->model, "m=1");
   EXPECT_EQ(options->helperPath, "");
-  EXPECT_EQ(options->repeat, 3u);
-  EXPECT_EQ(options->concurrency, 64u);
-  EXPECT_EQ(options->jsonReport, "r.json");
-  EXPECT_TRUE(options->replay);
+  EXPECT_EQ(options->input, "in.jsonl");
 }
 
 TEST(ParseOptions, RejectsBadCommandLines) {

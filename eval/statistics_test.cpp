@@ -129,49 +129,5 @@ TEST(Summarize, LabelsCountRunsWithoutAnAnswerAsNone) {
   EXPECT_EQ(summary.matchedAnswers, 1u);
 }
 
-TEST(Summarize, GroupsByKindInKindOrderAndByTagInByteOrder) {
-  const std::vector<EvalCase> cases{
-      caseOf(AiRequestKind::AntiCheatTriage, {"z", "a"}),
-      caseOf(AiRequestKind::NpcDialogue, {"a"}),
-  };
-  std::vector<EvalResult> results{
-      resultOf(0, Outcome::kTransportFailure, false, ""),
-      resultOf(1, Outcome::kModel, true, "x"),
-      resultOf(1, Outcome::kTemplate, true, "y"),
-  };
-  results[0].transportCalls = 1;
-  results[0].failedTransportCalls = 1;
-  results[1].transportCalls = 2;
-  results[1].latencyMs = 30;
-  results[2].latencyMs = 10;
-  const Summary summary = summarize(cases, results);
-
-  auto row = [](const GroupSummary& g) {
-    return std::vector<std::size_t>{g.requests,
-                                    g.model,
-                                    g.templateAnswers,
-                                    g.rejected,
-                                    g.transportFailures,
-                                    g.transportCalls,
-                                    g.failedTransportCalls};
-  };
-  EXPECT_EQ(row(summary.overall),
-            (std::vector<std::size_t>{3, 1, 1, 0, 1, 3, 1}));
-  ASSERT_EQ(summary.byKind.size(), 2u);
-  EXPECT_EQ(summary.byKind[0].name, "NpcDialogue");
-  EXPECT_EQ(row(summary.byKind[0]),
-            (std::vector<std::size_t>{2, 1, 1, 0, 0, 2, 0}));
-  EXPECT_EQ(summary.byKind[0].latencyMs.p50, 10);
-  EXPECT_EQ(summary.byKind[0].latencyMs.max, 30);
-  EXPECT_EQ(summary.byKind[1].name, "AntiCheatTriage");
-  ASSERT_EQ(summary.byTag.size(), 2u);
-  EXPECT_EQ(summary.byTag[0].name, "a");
-  EXPECT_EQ(row(summary.byTag[0]),
-            (std::vector<std::size_t>{3, 1, 1, 0, 1, 3, 1}));
-  EXPECT_EQ(summary.byTag[1].name, "z");
-  EXPECT_EQ(row(summary.byTag[1]),
-            (std::vector<std::size_t>{1, 0, 0, 0, 1, 1, 1}));
-}
-
 }  // namespace
 }  // namespace tovrin::ai::eval

@@ -27,17 +27,18 @@ const char* const kUsage =
     "  --concurrency N          requests at once, 1 to 64 (default 1)\n"
     "  --json FILE              also write the full report as JSON\n"
     "  --replay                 judge the answers stored in the lines with\n"
-    "                           the watchdog alone; no model is asked\n"
+    "                           the watchdog alone; no model is asked, and\n"
+    "                           --repeat and --concurrency do not apply\n"
     "  --help                   this text\n";
 
 namespace {
 
-struct OptionSpec {
+struct KnownOption {
   std::string_view name;
   bool takesValue;
 };
 
-constexpr OptionSpec kOptions[] = {
+constexpr KnownOption kOptions[] = {
     {"--endpoint", true},
     {"--model", true},
     {"--fallback-endpoint", true},
@@ -113,15 +114,15 @@ std::optional<EvalOptions> parseOptions(const std::vector<std::string>& args,
     }
     const std::size_t equals = arg.find('=');
     const std::string_view name = std::string_view(arg).substr(0, equals);
-    const OptionSpec* spec = nullptr;
-    for (const OptionSpec& candidate : kOptions) {
-      if (candidate.name == name) spec = &candidate;
+    const KnownOption* known = nullptr;
+    for (const KnownOption& candidate : kOptions) {
+      if (candidate.name == name) known = &candidate;
     }
-    if (spec == nullptr) {
+    if (known == nullptr) {
       error = "unknown option: " + std::string(name);
       return std::nullopt;
     }
-    if (!spec->takesValue) {
+    if (!known->takesValue) {
       if (equals != std::string::npos) {
         error = std::string(name) + " takes no value";
         return std::nullopt;

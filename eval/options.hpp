@@ -8,20 +8,22 @@
 #include <string>
 #include <vector>
 
+#include "tovrin/ai/records.hpp"
+
 namespace tovrin::ai::eval {
 
 inline constexpr std::size_t kMaxConcurrency = 64;
 
 struct EvalOptions {
   std::string input;  // the JSON Lines file; "-" for standard input
-  std::string endpoint = "http://127.0.0.1:17944/v1/chat/completions";
-  std::string model = "Qwen2.5-1.5B-Instruct-Q8";
+  std::string endpoint = kDefaultEndpoint;
+  std::string model = kDefaultModel;
   std::string fallbackEndpoint;
   std::string fallbackModel;
   std::int64_t timeoutMs = 25000;
   float temperature = 0.03f;
   float topP = 0.8f;
-  std::string helperPath = "assets/ai/czech_helper_cs.txt";  // "": none
+  std::string helperPath = kDefaultHelperPath;  // "": none
   std::size_t repeat = 1;
   std::size_t concurrency = 1;
   std::string jsonReport;  // "": no JSON report

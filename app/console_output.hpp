@@ -2,7 +2,9 @@
 #ifndef TOVRIN_AI_APP_CONSOLE_OUTPUT_HPP_
 #define TOVRIN_AI_APP_CONSOLE_OUTPUT_HPP_
 
+#include <filesystem>
 #include <string>
+#include <string_view>
 
 #include "tovrin/ai/records.hpp"
 
@@ -18,6 +20,12 @@ void writeResponse(const AiResponse& response);
 // Puts standard output and standard error into byte mode where the platform
 // would otherwise translate line ends, so "\n" reaches a reader as one byte.
 void prepareConsole();
+
+// The path that the platform's ordinary narrow-to-path conversion makes of
+// text: its bytes unchanged on POSIX; on Windows decoded in the code page of
+// the file functions (UTF-8, ANSI or OEM). Throws std::system_error when
+// text is not valid in that code page.
+std::filesystem::path narrowToPath(std::string_view text);
 
 }  // namespace tovrin::ai::app
 

@@ -165,6 +165,19 @@ TEST(StatusLine, FormsEveryField) {
   EXPECT_EQ(app::statusLine(response), "ok=true model=M x attempts=2 fallback=true\n");
 }
 
+// ASCII reads the same in every code page Windows may decode it with; other
+// bytes are only left alone where paths are byte strings.
+TEST(NarrowToPath, KeepsTheText) {
+  EXPECT_EQ(app::narrowToPath("assets/ai/czech_helper_cs.txt").generic_string(),
+            "assets/ai/czech_helper_cs.txt");
+  EXPECT_EQ(app::narrowToPath("a b/.c~1").generic_string(), "a b/.c~1");
+  EXPECT_TRUE(app::narrowToPath("").empty());
+#ifndef _WIN32
+  EXPECT_EQ(app::narrowToPath("\xC5\x98" "ekni/\xFF").native(),
+            "\xC5\x98" "ekni/\xFF");
+#endif
+}
+
 TEST(HelperText, ShippedFileIsNonEmptyUtf8) {
   std::ifstream file(TOVRIN_AI_SHIPPED_HELPER, std::ios::binary);
   const std::string text((std::istreambuf_iterator<char>(file)),

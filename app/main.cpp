@@ -23,7 +23,10 @@ tovrin::ai::AiRuntimeConfig standardConfig() {
   config.enabled = true;
   config.endpoint = "http://127.0.0.1:17944/v1/chat/completions";
   config.model = "Qwen2.5-1.5B-Instruct-Q8";
-  config.helperPath = std::filesystem::path("assets/ai/czech_helper_cs.txt");
+  // Converted before the runtime exists: text the platform cannot decode
+  // ends the run before any request is made.
+  config.helperPath =
+      tovrin::ai::app::narrowToPath("assets/ai/czech_helper_cs.txt");
   config.timeoutMs = 25000;
   config.temperature = 0.03f;
   config.topP = 0.8f;

@@ -1,36 +1,195 @@
+// The test suites' only platform-dependent code: starting a program with
+// its output redirected to files, waiting for it within a limit and killing
+// it past that. CreateProcessW on Windows, fork and exec elsewhere.
 #include "testing/process_runner.hpp"
 
+#ifdef _WIN32
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+#else
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <thread>
+#endif
+
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
-#include <thread>
 
 namespace tovrin::ai::test {
 
 namespace {
 
-std::string readAll(const std::filesystem::path& path) {
+namespace fs = std::filesystem;
+
+std::string readAll(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(file),
                      std::istreambuf_iterator<char>());
 }
 
-}  // namespace
+#ifdef _WIN32
 
-ProcessResult runProcess(const std::filesystem::path& program,
-                         const std::vector<std::string>& arguments,
-                         const std::filesystem::path& workingDirectory,
-                         std::chrono::milliseconds limit) {
-  const std::filesystem::path outPath =
-      std::filesystem::temp_directory_path() /
-      ("tovrin_ai_out_" + std::to_string(::getpid()));
-  const std::filesystem::path errPath = outPath.string() + ".err";
+unsigned long currentProcessId() { return ::GetCurrentProcessId(); }
 
+// The arguments are UTF-8; Windows takes the command line in UTF-16.
+std::wstring widen(const std::string& text) {
+  if (text.empty()) return std::wstring();
+  const int length = ::MultiByteToWideChar(
+      CP_UTF8, MB_ERR_INVALID_CHARS, text.data(),
+      static_cast<int>(text.size()), nullptr, 0);
+  if (length <= 0) throw std::runtime_error("argument is not UTF-8: " + text);
+  std::wstring wide(static_cast<std::size_t>(length), L'\0');
+  ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(),
+                        static_cast<int>(text.size()), wide.data(), length);
+  return wide;
+}
+
+// Appends argument so that the C runtime's command-line parser (and
+// CommandLineToArgvW) gives it back unchanged: quoted when it is empty or
+// holds white space or a quote; backslashes doubled only where they precede
+// a quote, the closing one included.
+void appendQuoted(std::wstring& commandLine, const std::wstring& argument) {
+  if (!commandLine.empty()) commandLine += L' ';
+  if (!argument.empty() &&
+      argument.find_first_of(L" \t\n\v\"") == std::wstring::npos) {
+    commandLine += argument;
+    return;
+  }
+  commandLine += L'"';
+  std::size_t backslashes = 0;
+  for (const wchar_t c : argument) {
+    if (c == L'\\') {
+      ++backslashes;
+      continue;
+    }
+    if (c == L'"') {
+      commandLine.append(backslashes * 2 + 1, L'\\');
+    } else {
+      commandLine.append(backslashes, L'\\');
+    }
+    backslashes = 0;
+    commandLine += c;
+  }
+  commandLine.append(backslashes * 2, L'\\');
+  commandLine += L'"';
+}
+
+class Handle {
+ public:
+  explicit Handle(HANDLE handle) : handle_(handle) {}
+  ~Handle() {
+    if (handle_ != nullptr && handle_ != INVALID_HANDLE_VALUE) {
+      ::CloseHandle(handle_);
+    }
+  }
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
+  HANDLE get() const { return handle_; }
+  bool valid() const {
+    return handle_ != nullptr && handle_ != INVALID_HANDLE_VALUE;
+  }
+
+ private:
+  HANDLE handle_;
+};
+
+HANDLE openForChild(const wchar_t* name, DWORD access, DWORD disposition) {
+  SECURITY_ATTRIBUTES inherit{};
+  inherit.nLength = sizeof inherit;
+  inherit.bInheritHandle = TRUE;
+  return ::CreateFileW(name, access, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                       &inherit, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+int runAndWait(const fs::path& program,
+               const std::vector<std::string>& arguments,
+               const fs::path& workingDirectory, const fs::path& outPath,
+               const fs::path& errPath, std::chrono::milliseconds limit) {
+  // Made absolute here: the child's working directory is not ours.
+  const std::wstring application = fs::absolute(program).wstring();
+  std::wstring commandLine;
+  appendQuoted(commandLine, application);
+  for (const std::string& argument : arguments) {
+    appendQuoted(commandLine, widen(argument));
+  }
+
+  const Handle in(openForChild(L"NUL", GENERIC_READ, OPEN_EXISTING));
+  const Handle out(
+      openForChild(outPath.c_str(), GENERIC_WRITE, CREATE_ALWAYS));
+  const Handle err(
+      openForChild(errPath.c_str(), GENERIC_WRITE, CREATE_ALWAYS));
+  if (!in.valid() || !out.valid() || !err.valid()) {
+    throw std::runtime_error("cannot open the output files");
+  }
+
+  // Only the three standard handles go to the child: a test's sockets
+  // (a loopback server's listener, say) must not outlive the test in it.
+  HANDLE inherited[] = {in.get(), out.get(), err.get()};
+  SIZE_T attributeSize = 0;
+  ::InitializeProcThreadAttributeList(nullptr, 1, 0, &attributeSize);
+  std::vector<char> attributeStorage(attributeSize);
+  const auto attributes = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(
+      attributeStorage.data());
+  if (!::InitializeProcThreadAttributeList(attributes, 1, 0,
+                                           &attributeSize) ||
+      !::UpdateProcThreadAttribute(attributes, 0,
+                                   PROC_THREAD_ATTRIBUTE_HANDLE_LIST,
+                                   inherited, sizeof inherited, nullptr,
+                                   nullptr)) {
+    throw std::runtime_error("cannot limit the inherited handles");
+  }
+
+  STARTUPINFOEXW startup{};
+  startup.StartupInfo.cb = sizeof startup;
+  startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
+  startup.StartupInfo.hStdInput = in.get();
+  startup.StartupInfo.hStdOutput = out.get();
+  startup.StartupInfo.hStdError = err.get();
+  startup.lpAttributeList = attributes;
+  PROCESS_INFORMATION process{};
+  const BOOL started = ::CreateProcessW(
+      application.c_str(), commandLine.data(), nullptr, nullptr, TRUE,
+      EXTENDED_STARTUPINFO_PRESENT, nullptr, workingDirectory.c_str(),
+      &startup.StartupInfo, &process);
+  ::DeleteProcThreadAttributeList(attributes);
+  if (!started) {
+    throw std::runtime_error("cannot start " + program.string() +
+                             ", error " + std::to_string(::GetLastError()));
+  }
+  const Handle processHandle(process.hProcess);
+  const Handle threadHandle(process.hThread);
+
+  const DWORD waited = ::WaitForSingleObject(
+      processHandle.get(), static_cast<DWORD>(limit.count()));
+  if (waited != WAIT_OBJECT_0) {
+    ::TerminateProcess(processHandle.get(), 1);
+    ::WaitForSingleObject(processHandle.get(), INFINITE);
+    return -1;
+  }
+  DWORD exitCode = 0;
+  if (!::GetExitCodeProcess(processHandle.get(), &exitCode)) return -1;
+  return static_cast<int>(exitCode);
+}
+
+#else  // POSIX
+
+unsigned long currentProcessId() {
+  return static_cast<unsigned long>(::getpid());
+}
+
+int runAndWait(const fs::path& program,
+               const std::vector<std::string>& arguments,
+               const fs::path& workingDirectory, const fs::path& outPath,
+               const fs::path& errPath, std::chrono::milliseconds limit) {
   // Everything the child needs is prepared before fork, so that between
   // fork and exec only async-signal-safe calls run.
   std::vector<std::string> argvStorage{program.string()};
@@ -56,7 +215,6 @@ ProcessResult runProcess(const std::filesystem::path& program,
     ::_exit(127);
   }
 
-  ProcessResult result;
   const auto deadline = std::chrono::steady_clock::now() + limit;
   int status = 0;
   for (;;) {
@@ -69,11 +227,29 @@ ProcessResult runProcess(const std::filesystem::path& program,
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
-  if (WIFEXITED(status)) result.exitStatus = WEXITSTATUS(status);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+#endif
+
+}  // namespace
+
+ProcessResult runProcess(const fs::path& program,
+                         const std::vector<std::string>& arguments,
+                         const fs::path& workingDirectory,
+                         std::chrono::milliseconds limit) {
+  const fs::path outPath =
+      fs::temp_directory_path() /
+      ("tovrin_ai_out_" + std::to_string(currentProcessId()));
+  const fs::path errPath = outPath.string() + ".err";
+
+  ProcessResult result;
+  result.exitStatus = runAndWait(program, arguments, workingDirectory,
+                                 outPath, errPath, limit);
   result.out = readAll(outPath);
   result.err = readAll(errPath);
-  std::filesystem::remove(outPath);
-  std::filesystem::remove(errPath);
+  fs::remove(outPath);
+  fs::remove(errPath);
   return result;
 }
 

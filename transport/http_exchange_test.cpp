@@ -5,9 +5,11 @@
 #include <filesystem>
 #include <iterator>
 #include <limits>
+#include <optional>
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "testing/loopback_server.hpp"
 #include "testing/row_name.hpp"
@@ -235,6 +237,77 @@ TEST(SocketTimeoutTest, ClampsIntoThirtyTwoBits) {
     EXPECT_EQ(detail::socketTimeoutMs(row.configured), row.used)
         << row.configured;
   }
+}
+
+#ifdef _WIN32
+// True while sockets can be opened. Under Winsock that needs a started
+// socket library, so this tells whether any start is still outstanding.
+bool socketsUsable() {
+  detail::Socket listener;
+  std::uint16_t port = 0;
+  return detail::listenLoopback(0, listener, port);
+}
+#endif
+
+// Each call starts the socket library for itself and releases it exactly
+// once, however it ends. One start held by the test keeps the count above
+// zero meanwhile, so a second release shows as a library that is gone while
+// the test still holds it, and a missing release as one that stays after.
+TEST(HttpExchangeTest, EveryWayOutReleasesTheSocketLibraryOnce) {
+#ifndef _WIN32
+  GTEST_SKIP() << "only Winsock is started and released";
+#else
+  ASSERT_FALSE(socketsUsable()) << "an earlier start was never released";
+  const std::string closed = std::to_string(closedPort());
+  struct Row {
+    const char* name;
+    std::optional<LoopbackStep> step;  // a server, reached by its port
+    std::string url;                   // or this URL
+    std::int64_t timeoutMs;
+    std::size_t promptBytes;
+    const char* outcome;
+  };
+  const Row rows[] = {
+      {"WrongScheme", std::nullopt, "https://127.0.0.1/", 5000, 4,
+       "AI endpoint must use http://"},
+      {"EmptyHost", std::nullopt, "http://:80/", 5000, 4,
+       "Invalid AI endpoint URL"},
+      {"Unresolved", std::nullopt, "http://127.0.0.1:abc/", 5000, 4,
+       "Cannot resolve AI endpoint host"},
+      {"NotAccepted", std::nullopt, "http://127.0.0.1:" + closed + "/", 5000,
+       4, "Cannot connect to AI endpoint"},
+      {"SendFails", test::closeBeforeReadingStep(), "", 5000,
+       24 * 1024 * 1024, "Failed to send AI request"},
+      {"ReceiveTimesOut",
+       test::delayedStep(milliseconds(5000), test::chatCompletionStep("x")),
+       "", 100, 4, "Failed to receive AI response"},
+      {"Malformed", test::closeWithoutAnswerStep(), "", 5000, 4,
+       "Malformed AI HTTP response"},
+      {"Refused", test::statusStep("HTTP/1.1 404 Not Found", "{}"), "", 5000,
+       4, "AI endpoint returned HTTP/1.1 404 Not Found"},
+      {"NoContent", test::statusStep("HTTP/1.1 200 OK", "{}"), "", 5000, 4,
+       "AI response does not contain message.content"},
+      {"Answered", test::chatCompletionStep("ok"), "", 5000, 4,
+       "returned: ok"},
+  };
+  for (const Row& row : rows) {
+    {
+      const detail::SocketLibrary held;
+      ASSERT_TRUE(held.started()) << row.name;
+      {
+        std::optional<LoopbackServer> server;
+        if (row.step) server.emplace(std::vector<LoopbackStep>{*row.step});
+        EXPECT_EQ(outcome(configWithTimeout(row.timeoutMs),
+                          server ? server->endpoint() : row.url,
+                          std::string(row.promptBytes, 'x')),
+                  row.outcome)
+            << row.name;
+      }
+      EXPECT_TRUE(socketsUsable()) << row.name << ": released twice";
+    }
+    EXPECT_FALSE(socketsUsable()) << row.name << ": never released";
+  }
+#endif
 }
 
 #ifdef __linux__

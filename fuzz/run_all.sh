@@ -27,16 +27,20 @@ for harness in "$source_dir"/*_fuzzer.cpp; do
   corpus=$work/corpus/$fuzzer
   mkdir -p "$corpus"
   cp -n "$seeds"/* "$corpus"/
-  options=(-max_total_time="$seconds" -timeout=5 -rss_limit_mb=2048
+  # The time-out is wall-clock time: generous, so that a busy machine does
+  # not pass for a hang.
+  options=(-max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048
            -print_final_stats=1 -artifact_prefix="$work/artifacts/$fuzzer-")
   dictionary=$source_dir/dictionaries/$fuzzer.dict
   [ -f "$dictionary" ] && options+=(-dict="$dictionary")
 
   log=$work/$fuzzer.log
+  started=$SECONDS
   if "$binary" "${options[@]}" "$corpus" >"$log" 2>&1; then
     runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
     features=$(grep -o 'ft: [0-9]*' "$log" | tail -1 || true)
-    echo "$fuzzer: ${runs:-?} runs in ${seconds}s, ${features:-ft: ?}, corpus $(ls "$corpus" | wc -l) inputs"
+    echo "$fuzzer: ${runs:-?} runs in $((SECONDS - started)) s," \
+         "${features:-ft: ?}, corpus $(ls "$corpus" | wc -l) inputs"
   else
     echo "$fuzzer: FAILED, log $log"
     tail -n 40 "$log"

@@ -14,6 +14,7 @@ constexpr std::string_view kHeadEnd = "\r\n\r\n";
 constexpr std::string_view kLengthHeader = "\ncontent-length:";
 constexpr int kPollSliceMs = 20;
 constexpr std::uint32_t kSendLimitMs = 5000;
+constexpr std::size_t kSendPiece = 64 * 1024;
 
 char lowerAscii(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
@@ -82,6 +83,15 @@ LoopbackStep drippedStep(LoopbackStep step, std::size_t dripBytes,
   step.dripBytes = dripBytes;
   step.dripPause = pause;
   return step;
+}
+
+LoopbackStep resetStep(LoopbackStep step) {
+  step.resetAtEnd = true;
+  return step;
+}
+
+LoopbackStep neverAnswerStep() {
+  return delayedStep(std::chrono::hours(24), closeWithoutAnswerStep());
 }
 
 LoopbackServer::LoopbackServer(std::vector<LoopbackStep> script,
@@ -178,6 +188,12 @@ void LoopbackServer::handle(detail::Socket connection,
       request.append(buffer.data(), static_cast<std::size_t>(n));
     }
   }
+  std::string computed;
+  const std::string* answer = &step.answer;
+  if (step.readRequest && step.respond) {
+    computed = step.respond(request);
+    answer = &computed;
+  }
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     requests_.push_back(std::move(request));
@@ -186,21 +202,32 @@ void LoopbackServer::handle(detail::Socket connection,
   if (step.delay.count() > 0 && !pauseFor(step.delay)) return;
 
   detail::setTimeouts(connection, kSendLimitMs);
-  const std::string& answer = step.answer;
-  const std::size_t piece = step.dripBytes > 0 ? step.dripBytes : answer.size();
+  // The fill is made up piece by piece, so a huge answer costs the server
+  // one piece of memory.
+  const std::size_t total = answer->size() + step.fillBytes;
+  const std::size_t piece = step.dripBytes > 0 ? step.dripBytes : kSendPiece;
+  std::string bytes;
   std::size_t sent = 0;
-  while (sent < answer.size()) {
+  while (sent < total) {
     if (sent > 0 && step.dripPause.count() > 0 && !pauseFor(step.dripPause)) {
       return;
     }
-    const std::size_t end = std::min(answer.size(), sent + piece);
-    while (sent < end) {
-      const std::ptrdiff_t n =
-          detail::sendSome(connection, answer.data() + sent, end - sent);
-      if (n < 1) return;
-      sent += static_cast<std::size_t>(n);
+    const std::size_t end = std::min(total, sent + piece);
+    bytes.clear();
+    if (sent < answer->size()) {
+      bytes.append(*answer, sent, std::min(end, answer->size()) - sent);
     }
+    bytes.append(end - sent - bytes.size(), step.fillByte);
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+      const std::ptrdiff_t n = detail::sendSome(
+          connection, bytes.data() + done, bytes.size() - done);
+      if (n < 1) return;
+      done += static_cast<std::size_t>(n);
+    }
+    sent = end;
   }
+  if (step.resetAtEnd) detail::resetOnClose(connection);
 }
 
 }  // namespace tovrin::ai::test

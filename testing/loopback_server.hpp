@@ -20,6 +20,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -35,8 +36,14 @@ struct LoopbackStep {
   bool readRequest = true;                 // false: close at once, unread
   std::chrono::milliseconds delay{0};      // pause before answering
   std::string answer;                      // bytes sent back; empty: none
+  std::size_t fillBytes = 0;               // then this many fillByte bytes,
+  char fillByte = 'a';                     //   made up while sending
   std::size_t dripBytes = 0;               // >0: send this many at a time
   std::chrono::milliseconds dripPause{0};  // pause between dripped pieces
+  bool resetAtEnd = false;                 // abort (RST) instead of closing
+  // Set: the answer is made from the raw request bytes instead of taken
+  // from answer. Called on the serving threads, so it must be thread-safe.
+  std::function<std::string(const std::string& request)> respond;
 };
 
 // A 200 answer shaped like an OpenAI-compatible server's, with rawContent
@@ -62,6 +69,13 @@ LoopbackStep delayedStep(std::chrono::milliseconds delay, LoopbackStep step);
 // step, its answer sent dripBytes at a time with pause between pieces.
 LoopbackStep drippedStep(LoopbackStep step, std::size_t dripBytes,
                          std::chrono::milliseconds pause);
+
+// step, its connection reset once the answer is sent.
+LoopbackStep resetStep(LoopbackStep step);
+
+// Reads the request and then holds the connection without a byte of
+// answer until the server is destroyed.
+LoopbackStep neverAnswerStep();
 
 // Whether connections wait for each other or are served side by side, each
 // on a thread of its own (for clients on several threads at once).

@@ -48,22 +48,22 @@ std::string receiveAll(const detail::Socket& socket) {
   }
 }
 
-// Checks the status line and returns the body. The head is only searched
-// for its end; the status code is recognised by " 200 " anywhere in the
-// first line, whatever the HTTP version.
-std::string_view acceptedBody(std::string_view response) {
-  const std::size_t headEnd = response.find(kHeadEnd);
+}  // namespace
+
+// The head is only searched for its end; the status code is recognised by
+// " 200 " anywhere in the first line, whatever the HTTP version.
+std::string parseHttpResponse(const std::string& response) {
+  const std::string_view text = response;
+  const std::size_t headEnd = text.find(kHeadEnd);
   if (headEnd == std::string_view::npos) throw std::runtime_error(kMalformed);
-  const std::string_view statusLine =
-      response.substr(0, response.find(kLineEnd));
+  const std::string_view statusLine = text.substr(0, text.find(kLineEnd));
   if (statusLine.find(kAcceptedCode) == std::string_view::npos) {
     throw std::runtime_error(std::string(kRefusedStatus) +
                              std::string(statusLine));
   }
-  return response.substr(headEnd + kHeadEnd.size());
+  return extractMessageContent(
+      std::string(text.substr(headEnd + kHeadEnd.size())));
 }
-
-}  // namespace
 
 std::string httpChatCompletion(const AiRuntimeConfig& config,
                                const std::string& endpoint,
@@ -96,7 +96,7 @@ std::string httpChatCompletion(const AiRuntimeConfig& config,
   const std::string response = receiveAll(socket);
   socket.close();
 
-  return extractMessageContent(std::string(acceptedBody(response)));
+  return parseHttpResponse(response);
 }
 
 }  // namespace tovrin::ai

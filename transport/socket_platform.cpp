@@ -297,4 +297,15 @@ Socket acceptConnection(const Socket& listener) {
   return Socket(acceptRaw(toPlatform(listener.native())));
 }
 
+// Winsock's linger has u_short fields and POSIX's int ones; both take the
+// option through a byte pointer.
+void resetOnClose(const Socket& socket) {
+  linger value{};
+  value.l_onoff = 1;
+  value.l_linger = 0;
+  ::setsockopt(toPlatform(socket.native()), SOL_SOCKET, SO_LINGER,
+               reinterpret_cast<const char*>(&value),
+               static_cast<AddressLength>(sizeof value));
+}
+
 }  // namespace tovrin::ai::detail

@@ -95,6 +95,11 @@ bool waitReadable(const Socket& socket, int timeoutMs);
 // The next pending connection of listener; not open on failure.
 Socket acceptConnection(const Socket& listener);
 
+// Makes closing socket abort the connection: the peer gets a reset instead
+// of an orderly end (SO_LINGER on, zero seconds). For the test server's
+// hostile answers.
+void resetOnClose(const Socket& socket);
+
 }  // namespace tovrin::ai::detail
 
 #endif  // TOVRIN_AI_TRANSPORT_SOCKET_PLATFORM_HPP_

@@ -50,6 +50,14 @@ std::string extractMessageContent(const std::string& body);
 std::string jsonUnescape(const char* data, std::size_t length);
 std::string jsonUnescape(std::string_view raw);
 
+// Everything a server sent on one connection, up to its close, turned into
+// the answer: the head must end in "\r\n\r\n", the status line (up to the
+// first "\r\n") must contain " 200 ", and the body after the head goes to
+// extractMessageContent. No header is read. Throws std::runtime_error with
+// "Malformed AI HTTP response", "AI endpoint returned " + the status line,
+// or extractMessageContent's message. Any bytes at all are accepted.
+std::string parseHttpResponse(const std::string& response);
+
 // The default AiTransport: one POST over a fresh TCP connection with
 // "Connection: close", read until the server closes, status line checked,
 // message content extracted. Each send and receive waits at most

@@ -1,0 +1,201 @@
+#include "bench/ratio_reporter.hpp"
+
+#include <cstdio>
+#include <ostream>
+#include <string_view>
+
+namespace tovrin::ai::bench {
+
+namespace {
+
+enum class Goal {
+  kNone,           // the ratio is shown, no target
+  kAtMostSeconds,  // the figure's time is at most limit
+  kAtLeastBytes,   // the figure's bytes per second are at least limit
+  kAtMostRatio,    // figure time / baseline time is at most limit
+  kPerByteRatio,   // (figure time / baseline time) / scale is at most limit
+  kAtLeastItems,   // figure items/s / baseline items/s is at least limit
+};
+
+struct Comparison {
+  std::string_view figure;
+  std::string_view baseline;
+  Goal goal;
+  double limit;
+  double scale;
+  std::string_view target;  // as the page states it
+};
+
+constexpr std::string_view kBare = "loopback/bareClient/real_time";
+constexpr std::string_view kHeld = "loopback/askHeld20ms/real_time/threads:";
+
+// The rows of docs/performance.md, in its order.
+constexpr Comparison kComparisons[] = {
+    {"watchdog/validateAnswer/50B", "watchdog/regexOnce/50B",
+     Goal::kAtMostSeconds, 1e-6, 1, "<= 1 us"},
+    {"watchdog/validateAnswer/300B", "watchdog/regexOnce/300B",
+     Goal::kAtMostSeconds, 1e-6, 1, "<= 1 us"},
+    {"watchdog/validateAnswer/420B", "watchdog/regexOnce/420B",
+     Goal::kAtMostSeconds, 1e-6, 1, "<= 1 us"},
+    {"watchdog/validateAnswer/50B", "watchdog/regexPerCall/50B", Goal::kNone,
+     0, 1, ""},
+    {"watchdog/validateAnswer/300B", "watchdog/regexPerCall/300B",
+     Goal::kNone, 0, 1, ""},
+    {"watchdog/validateAnswer/420B", "watchdog/regexPerCall/420B",
+     Goal::kNone, 0, 1, ""},
+    {"tools/applyToolFacts/arithmetic", "tools/copyRequest/arithmetic",
+     Goal::kAtMostSeconds, 1e-6, 1, "<= 1 us"},
+    {"tools/applyToolFacts/bread", "tools/copyRequest/bread",
+     Goal::kAtMostSeconds, 1e-6, 1, "<= 1 us"},
+    {"tools/applyToolFacts/apples", "tools/copyRequest/apples",
+     Goal::kAtMostSeconds, 1e-6, 1, "<= 1 us"},
+    {"tools/applyToolFacts/none", "tools/copyRequest/none",
+     Goal::kAtMostSeconds, 1e-6, 1, "<= 1 us"},
+    {"tools/applyToolFacts/long/1024", "tools/copyRequest/long/1024",
+     Goal::kNone, 0, 1, ""},
+    {"tools/applyToolFacts/long/65536", "tools/copyRequest/long/65536",
+     Goal::kNone, 0, 1, ""},
+    {"tools/applyToolFacts/long/1048576", "tools/copyRequest/long/1048576",
+     Goal::kNone, 0, 1, ""},
+    {"tools/applyToolFacts/long/65536", "tools/applyToolFacts/long/1024",
+     Goal::kPerByteRatio, 2, 64, "linear: per byte <= 2x 1 KiB"},
+    {"tools/applyToolFacts/long/1048576", "tools/applyToolFacts/long/1024",
+     Goal::kPerByteRatio, 2, 1024, "linear: per byte <= 2x 1 KiB"},
+    {"prompt/buildSystemPrompt/4KiB", "copy/buildSystemPrompt/4KiB",
+     Goal::kNone, 0, 1, ""},
+    {"prompt/buildUserPrompt/first", "copy/buildUserPrompt/first",
+     Goal::kNone, 0, 1, ""},
+    {"prompt/buildUserPrompt/repair", "copy/buildUserPrompt/repair",
+     Goal::kNone, 0, 1, ""},
+    {"transport/buildCompletionBody/4KiB", "copy/buildCompletionBody/4KiB",
+     Goal::kNone, 0, 1, ""},
+    {"transport/buildHttpRequest/4KiB", "copy/buildHttpRequest/4KiB",
+     Goal::kNone, 0, 1, ""},
+    {"transport/jsonEscape/4KiB", "copy/jsonEscape/4KiB",
+     Goal::kAtLeastBytes, 1e9, 1, ">= 1 GB/s"},
+    {"transport/extractMessageContent/typical",
+     "copy/extractMessageContent/typical", Goal::kAtLeastBytes, 1e9, 1,
+     ">= 1 GB/s"},
+    {"transport/extractMessageContent/4KiB",
+     "copy/extractMessageContent/4KiB", Goal::kAtLeastBytes, 1e9, 1,
+     ">= 1 GB/s"},
+    {"ask/scripted/accepted", kBare, Goal::kAtMostSeconds, 5e-6, 1, "<= 5 us"},
+    {"ask/scripted/repair", kBare, Goal::kAtMostSeconds, 5e-6, 1, "<= 5 us"},
+    {"loopback/ask/real_time", kBare, Goal::kAtMostRatio, 1.25, 1,
+     "<= 1.25x bare client"},
+    {"loopback/askHeld20ms/real_time/threads:2",
+     "loopback/askHeld20ms/real_time/threads:1", Goal::kAtLeastItems, 1.5, 1,
+     ">= 1.5x 1 thread"},
+    {"loopback/askHeld20ms/real_time/threads:4",
+     "loopback/askHeld20ms/real_time/threads:1", Goal::kAtLeastItems, 3, 1,
+     ">= 3x 1 thread"},
+    {"loopback/askHeld20ms/real_time/threads:8",
+     "loopback/askHeld20ms/real_time/threads:1", Goal::kAtLeastItems, 6, 1,
+     ">= 6x 1 thread"},
+};
+
+std::string format(const char* pattern, double value) {
+  char text[64];
+  std::snprintf(text, sizeof text, pattern, value);
+  return text;
+}
+
+std::string describeTime(double seconds) {
+  if (seconds < 1e-6) return format("%.0f ns", seconds * 1e9);
+  if (seconds < 1e-3) return format("%.2f us", seconds * 1e6);
+  return format("%.2f ms", seconds * 1e3);
+}
+
+// Time, and the rate when there is one.
+std::string describe(const RatioReporter::Measurement& m) {
+  std::string text = describeTime(m.seconds);
+  if (m.bytesPerSecond > 0) {
+    text += format(", %.2f GB/s", m.bytesPerSecond / 1e9);
+  }
+  if (m.itemsPerSecond > 0) text += format(", %.1f asks/s", m.itemsPerSecond);
+  if (m.allocations >= 0) text += format(", %.1f allocs", m.allocations);
+  return text;
+}
+
+double ratioOf(const Comparison& row, const RatioReporter::Measurement& figure,
+               const RatioReporter::Measurement& baseline) {
+  if (row.goal == Goal::kAtLeastItems) {
+    return figure.itemsPerSecond / baseline.itemsPerSecond;
+  }
+  return figure.seconds / baseline.seconds / row.scale;
+}
+
+bool met(const Comparison& row, const RatioReporter::Measurement& figure,
+         double ratio) {
+  switch (row.goal) {
+    case Goal::kNone:
+      return true;
+    case Goal::kAtMostSeconds:
+      return figure.seconds <= row.limit;
+    case Goal::kAtLeastBytes:
+      return figure.bytesPerSecond >= row.limit;
+    case Goal::kAtMostRatio:
+    case Goal::kPerByteRatio:
+      return ratio <= row.limit;
+    case Goal::kAtLeastItems:
+      return ratio >= row.limit;
+  }
+  return false;
+}
+
+double counter(const benchmark::BenchmarkReporter::Run& run,
+               const char* name, double absent) {
+  const auto found = run.counters.find(name);
+  return found == run.counters.end() ? absent : found->second.value;
+}
+
+}  // namespace
+
+RatioReporter::RatioReporter() : ConsoleReporter(OO_Tabular) {}
+
+void RatioReporter::ReportRuns(const std::vector<Run>& runs) {
+  ConsoleReporter::ReportRuns(runs);
+  for (const Run& run : runs) {
+    if (run.error_occurred) continue;
+    const bool median =
+        run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+    if (run.run_type == Run::RT_Aggregate && !median) continue;
+    Measurement m;
+    m.seconds =
+        run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
+    m.bytesPerSecond = counter(run, "bytes_per_second", 0);
+    m.itemsPerSecond = counter(run, "items_per_second", 0);
+    m.allocations = counter(run, "allocs", -1);
+    (median ? medians_ : singles_)[run.run_name.str()] = m;
+  }
+}
+
+const RatioReporter::Measurement* RatioReporter::find(
+    const std::string& name) const {
+  if (auto it = medians_.find(name); it != medians_.end()) return &it->second;
+  if (auto it = singles_.find(name); it != singles_.end()) return &it->second;
+  return nullptr;
+}
+
+void RatioReporter::Finalize() {
+  ConsoleReporter::Finalize();
+  std::ostream& out = GetOutputStream();
+  out << "\n| Figure | Measured | Baseline | Baseline measured | Ratio | "
+         "Target | Met |\n|---|---|---|---|---|---|---|\n";
+  for (const Comparison& row : kComparisons) {
+    const Measurement* figure = find(std::string(row.figure));
+    const Measurement* baseline = find(std::string(row.baseline));
+    if (figure == nullptr || baseline == nullptr) continue;
+    const double ratio = ratioOf(row, *figure, *baseline);
+    out << "| " << row.figure << " | " << describe(*figure) << " | "
+        << row.baseline << " | " << describe(*baseline) << " | "
+        << format("%.3g", ratio) << " | "
+        << (row.target.empty() ? "-" : row.target) << " | "
+        << (row.goal == Goal::kNone ? "-" : met(row, *figure, ratio) ? "yes"
+                                                                     : "NO")
+        << " |\n";
+  }
+  out.flush();
+}
+
+}  // namespace tovrin::ai::bench

@@ -48,10 +48,10 @@ std::string receiveAll(const detail::Socket& socket) {
   }
 }
 
-// Checks the status line and returns the body. The head is only searched
-// for its end; the status code is recognised by " 200 " anywhere in the
-// first line, whatever the HTTP version.
-std::string_view acceptedBody(std::string_view response) {
+// Checks the status line and returns where the body begins. The head is
+// only searched for its end; the status code is recognised by " 200 "
+// anywhere in the first line, whatever the HTTP version.
+std::size_t acceptedBodyStart(std::string_view response) {
   const std::size_t headEnd = response.find(kHeadEnd);
   if (headEnd == std::string_view::npos) throw std::runtime_error(kMalformed);
   const std::string_view statusLine =
@@ -60,7 +60,7 @@ std::string_view acceptedBody(std::string_view response) {
     throw std::runtime_error(std::string(kRefusedStatus) +
                              std::string(statusLine));
   }
-  return response.substr(headEnd + kHeadEnd.size());
+  return headEnd + kHeadEnd.size();
 }
 
 }  // namespace
@@ -77,6 +77,11 @@ std::string httpChatCompletion(const AiRuntimeConfig& config,
   if (!library.started()) throw std::runtime_error(kCannotStart);
 
   const AiEndpoint target = parseEndpoint(endpoint);
+  // Built before connecting, so that an open connection never waits for
+  // it; building cannot fail, so every error comes as it would otherwise.
+  const std::string request = buildHttpRequest(
+      target, buildCompletionBody(model, systemPrompt, userPrompt,
+                                  config.temperature, config.topP, maxTokens));
   detail::Socket socket;
   switch (detail::connectTcp(target.host, target.port,
                              detail::socketTimeoutMs(config.timeoutMs),
@@ -89,14 +94,13 @@ std::string httpChatCompletion(const AiRuntimeConfig& config,
       throw std::runtime_error(kCannotConnect);
   }
 
-  const std::string request = buildHttpRequest(
-      target, buildCompletionBody(model, systemPrompt, userPrompt,
-                                  config.temperature, config.topP, maxTokens));
   sendAll(socket, request);
-  const std::string response = receiveAll(socket);
+  std::string response = receiveAll(socket);
   socket.close();
 
-  return extractMessageContent(std::string(acceptedBody(response)));
+  // The head is dropped in place; the body is not copied out.
+  response.erase(0, acceptedBodyStart(response));
+  return extractMessageContent(response);
 }
 
 }  // namespace tovrin::ai

@@ -109,6 +109,7 @@ std::string describeTime(double seconds) {
 // Time, and the rate when there is one.
 std::string describe(const RatioReporter::Measurement& m) {
   std::string text = describeTime(m.seconds);
+  if (m.spread >= 0) text += format(" (cv %.0f%%)", m.spread * 100);
   if (m.bytesPerSecond > 0) {
     text += format(", %.2f GB/s", m.bytesPerSecond / 1e9);
   }
@@ -157,12 +158,20 @@ void RatioReporter::ReportRuns(const std::vector<Run>& runs) {
   ConsoleReporter::ReportRuns(runs);
   for (const Run& run : runs) {
     if (run.error_occurred) continue;
-    const bool median =
-        run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
-    if (run.run_type == Run::RT_Aggregate && !median) continue;
+    // Wall time where the figure waits on a socket, processor time where
+    // it computes: on a shared machine that is the runtime's own cost.
+    const bool wall = run.run_name.time_type == "real_time";
+    const bool aggregate = run.run_type == Run::RT_Aggregate;
+    if (aggregate && run.aggregate_name == "cv") {
+      spreads_[run.run_name.str()] =
+          wall ? run.real_accumulated_time : run.cpu_accumulated_time;
+      continue;
+    }
+    const bool median = aggregate && run.aggregate_name == "median";
+    if (aggregate && !median) continue;
     Measurement m;
-    m.seconds =
-        run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
+    m.seconds = (wall ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime()) /
+                benchmark::GetTimeUnitMultiplier(run.time_unit);
     m.bytesPerSecond = counter(run, "bytes_per_second", 0);
     m.itemsPerSecond = counter(run, "items_per_second", 0);
     m.allocations = counter(run, "allocs", -1);
@@ -171,8 +180,13 @@ void RatioReporter::ReportRuns(const std::vector<Run>& runs) {
 }
 
 const RatioReporter::Measurement* RatioReporter::find(
-    const std::string& name) const {
-  if (auto it = medians_.find(name); it != medians_.end()) return &it->second;
+    const std::string& name) {
+  if (auto it = medians_.find(name); it != medians_.end()) {
+    if (auto spread = spreads_.find(name); spread != spreads_.end()) {
+      it->second.spread = spread->second;
+    }
+    return &it->second;
+  }
   if (auto it = singles_.find(name); it != singles_.end()) return &it->second;
   return nullptr;
 }

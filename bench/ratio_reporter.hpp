@@ -1,7 +1,9 @@
 // The console reporter plus, at the end of the run, the table of
 // docs/performance.md: every figure with its baseline from the same run,
 // the ratio of the two and whether the figure meets its target. With
-// repetitions the medians are compared, otherwise the single runs.
+// repetitions the medians are compared, otherwise the single runs. Times
+// are processor time, except for the benchmarks measured in real time
+// (those that wait on a socket).
 #ifndef TOVRIN_AI_BENCH_RATIO_REPORTER_HPP_
 #define TOVRIN_AI_BENCH_RATIO_REPORTER_HPP_
 
@@ -26,13 +28,17 @@ class RatioReporter : public benchmark::ConsoleReporter {
     double bytesPerSecond = 0;  // 0 when not reported
     double itemsPerSecond = 0;  // 0 when not reported
     double allocations = -1;    // per iteration; -1 when not counted
+    double spread = -1;         // coefficient of variation of the repetitions
   };
 
  private:
-  const Measurement* find(const std::string& name) const;
+  // The median when there were repetitions, with their spread; otherwise
+  // the single run; nullptr when the benchmark did not run.
+  const Measurement* find(const std::string& name);
 
   std::map<std::string, Measurement> medians_;
   std::map<std::string, Measurement> singles_;
+  std::map<std::string, double> spreads_;
 };
 
 }  // namespace tovrin::ai::bench

@@ -1,7 +1,7 @@
 // The default transport against a server on 127.0.0.1: a whole ask beside a
-// bare client that does only the same connect, send, receive and close, and
-// asks from 1, 2, 4 and 8 threads at once against a server that holds each
-// answer 20 ms.
+// bare client that does only the same connect, send, receive and close
+// (apart, and in turns within one benchmark), and asks from 1, 2, 4 and 8
+// threads at once against a server that holds each answer 20 ms.
 #include <array>
 #include <chrono>
 #include <cstddef>
@@ -121,6 +121,49 @@ void askOverHttp(benchmark::State& state) {
   reportAllocations(state, before);
 }
 
+// The bare exchange and the ask in turns, each timed on its own, so that
+// both see the same moments of a busy machine; the order alternates. The
+// counter "ask_per_bare" is the ratio of their summed times.
+void pairedExchanges(benchmark::State& state) {
+  using Clock = std::chrono::steady_clock;
+  BenchServer& server = immediateServer();
+  const AiRuntime runtime = httpRuntime(server.endpoint());
+  const AiRequest request = typicalRequest();
+  const std::string bytes = typicalRequestBytes(runtime);
+  std::string response;
+  response.reserve(8192);
+  Clock::duration askTime{};
+  Clock::duration bareTime{};
+  bool askFirst = false;
+  for (auto _ : state) {
+    askFirst = !askFirst;
+    bool ok = true;
+    for (int turn = 0; turn < 2; ++turn) {
+      const Clock::time_point start = Clock::now();
+      if ((turn == 0) == askFirst) {
+        ok = runtime.ask(request).ok && ok;
+        askTime += Clock::now() - start;
+      } else {
+        ok = bareExchange(server.port(), bytes, response) > 0 && ok;
+        bareTime += Clock::now() - start;
+      }
+    }
+    if (!ok) {
+      state.SkipWithError("a paired exchange failed");
+      break;
+    }
+  }
+  const auto micros = [](Clock::duration d) {
+    return std::chrono::duration<double, std::micro>(d).count();
+  };
+  state.counters["ask_us"] = benchmark::Counter(
+      micros(askTime), benchmark::Counter::kAvgIterations);
+  state.counters["bare_us"] = benchmark::Counter(
+      micros(bareTime), benchmark::Counter::kAvgIterations);
+  state.counters["ask_per_bare"] =
+      bareTime.count() > 0 ? micros(askTime) / micros(bareTime) : 0;
+}
+
 // One runtime shared by every thread, as a game would share it.
 void askFromThreads(benchmark::State& state) {
   static const AiRuntime runtime = httpRuntime(holdingServer().endpoint());
@@ -141,6 +184,8 @@ void registerLoopbackBenchmarks() {
   benchmark::RegisterBenchmark("loopback/bareClient", bareClient)
       ->UseRealTime();
   benchmark::RegisterBenchmark("loopback/ask", askOverHttp)->UseRealTime();
+  benchmark::RegisterBenchmark("loopback/paired", pairedExchanges)
+      ->UseRealTime();
   auto* threads =
       benchmark::RegisterBenchmark("loopback/askHeld20ms", askFromThreads);
   for (int n = 1; n <= kMaxThreads; n *= 2) threads->Threads(n);

@@ -24,11 +24,12 @@ class RatioReporter : public benchmark::ConsoleReporter {
 
   // What one benchmark measured.
   struct Measurement {
-    double seconds = 0;         // real time per iteration
-    double bytesPerSecond = 0;  // 0 when not reported
-    double itemsPerSecond = 0;  // 0 when not reported
-    double allocations = -1;    // per iteration; -1 when not counted
-    double spread = -1;         // coefficient of variation of the repetitions
+    double seconds = 0;   // time per iteration
+    double spread = -1;   // coefficient of variation of the repetitions
+    std::map<std::string, double> counters;  // as reported, rates per second
+
+    // The counter's value, or absent when the benchmark did not report it.
+    double counter(const std::string& name, double absent) const;
   };
 
  private:

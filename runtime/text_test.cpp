@@ -35,6 +35,8 @@ TEST(ToLowerAscii, ChangesAsciiCapitalsOnly) {
       {"rekni", "ŘEKNI", "Řekni"},
       {"all_high_bytes", "\x80\xC3\x9A\xFF", "\x80\xC3\x9A\xFF"},
       {"edges_of_the_range", "@AZ[`az{", "@az[`az{"},
+      {"longer_than_a_block", "ABCDEFGHIJKLMNOPQRSTUVWXYZ ŘEKNI @[`{ Q",
+       "abcdefghijklmnopqrstuvwxyz Řekni @[`{ q"},
   };
   for (const TextCase& c : cases) {
     EXPECT_EQ(toLowerAscii(c.input), c.expected) << c.name;
@@ -49,6 +51,28 @@ TEST(ContainsAny, FindsExactByteRuns) {
   EXPECT_FALSE(containsAny("", {"a"}));
   EXPECT_TRUE(containsAny("nesmí", {"nesmi", "smí"}));
   EXPECT_FALSE(containsAny("NESMÍ", {"nesmí"}));
+}
+
+TEST(ContainsAny, NeedlesSharingTheirFirstByteAreAllTried) {
+  struct Case {
+    const char* name;
+    std::string_view text;
+    std::initializer_list<std::string_view> needles;
+    bool found;
+  };
+  const Case cases[] = {
+      {"second_of_a_pair", "pomohla jsem ti", {"pomohl jsem ti", "pomohla"},
+       true},
+      {"pair_absent", "pomoc", {"pomohl", "pomohla"}, false},
+      {"longer_needle_first", "xab", {"abcdef", "ab"}, true},
+      {"found_late_in_text", "aaaaaaaaaaaaaaaaaaaaaaab", {"ac", "ab"}, true},
+      {"last_byte_differs", "abd abd", {"abc", "abe"}, false},
+      {"needle_at_the_very_end", "xxxxnedám", {"nelze", "nedám"}, true},
+      {"other_first_byte_after", "dej mi to", {"ddd", "xyz", "mi"}, true},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(containsAny(c.text, c.needles), c.found) << c.name;
+  }
 }
 
 TEST(ContainsText, MatchesNaiveSearchOnAllShortTexts) {

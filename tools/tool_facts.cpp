@@ -102,8 +102,32 @@ std::vector<std::int64_t> integersOrNone(const std::string& message) {
   }
 }
 
-void applyArithmetic(const std::string& message, AiRequest& request) {
-  const std::string expression = extractArithmeticQuestion(message);
+// The expression after the first "kolik je" of folded (message folded with
+// toLowerAscii), taken from message; shared so that a long message is
+// folded once.
+std::string arithmeticQuestion(const std::string& message,
+                               std::string_view folded) {
+  const std::size_t found = folded.find(kArithmeticPhrase);
+  if (found == std::string_view::npos) return {};
+  std::string expression;
+  for (std::size_t i = found + kArithmeticPhrase.size(); i < message.size();
+       ++i) {
+    const char c = message[i];
+    if (isExpressionByte(c)) {
+      expression += c;
+    } else if (!expression.empty()) {
+      break;
+    }
+  }
+  while (!expression.empty() && isSpaceByte(expression.back())) {
+    expression.pop_back();
+  }
+  return expression;
+}
+
+void applyArithmetic(const std::string& message, std::string_view folded,
+                     AiRequest& request) {
+  const std::string expression = arithmeticQuestion(message, folded);
   if (expression.empty()) return;
   const std::optional<double> value = evaluateExpression(expression);
   if (!value) return;
@@ -165,7 +189,7 @@ void applyApples(std::string_view folded,
 
 AiRequest applyToolFacts(AiRequest request) {
   const std::string folded = toLowerAscii(request.message);
-  applyArithmetic(request.message, request);
+  applyArithmetic(request.message, folded, request);
   const std::vector<std::int64_t> numbers = integersOrNone(request.message);
   applyBread(folded, numbers, request);
   applyApples(folded, numbers, request);
@@ -173,22 +197,7 @@ AiRequest applyToolFacts(AiRequest request) {
 }
 
 std::string extractArithmeticQuestion(const std::string& message) {
-  const std::size_t found = toLowerAscii(message).find(kArithmeticPhrase);
-  if (found == std::string::npos) return {};
-  std::string expression;
-  for (std::size_t i = found + kArithmeticPhrase.size(); i < message.size();
-       ++i) {
-    const char c = message[i];
-    if (isExpressionByte(c)) {
-      expression += c;
-    } else if (!expression.empty()) {
-      break;
-    }
-  }
-  while (!expression.empty() && isSpaceByte(expression.back())) {
-    expression.pop_back();
-  }
-  return expression;
+  return arithmeticQuestion(message, toLowerAscii(message));
 }
 
 std::string formatToolNumber(double value) {

@@ -25,6 +25,64 @@ constexpr char kHexDigits[] = "0123456789abcdef";
 // few line feeds or quotes is escaped without a reallocation.
 constexpr std::size_t kEscapeSlack = 32;
 
+// The body reserves its fixed members and this share of the prompts again,
+// so that prompts with a line feed every few words fit at once.
+constexpr std::size_t kBodyFixedBytes = 256;
+constexpr std::size_t kBodyEscapeShare = 16;
+
+// Bytes are checked a block at a time; the fixed block size lets the
+// compiler test a block with vector code, and runs of plain text are
+// copied whole.
+constexpr std::size_t kScanBlockBytes = 16;
+
+bool needsEscape(unsigned char byte) {
+  return byte < 0x20 || byte == '"' || byte == '\\';
+}
+
+bool blockNeedsEscape(const char* block) {
+  unsigned char found = 0;
+  for (std::size_t i = 0; i < kScanBlockBytes; ++i) {
+    found |= static_cast<unsigned char>(
+        needsEscape(static_cast<unsigned char>(block[i])));
+  }
+  return found != 0;
+}
+
+// How many bytes from data on need no escape.
+std::size_t plainRun(const char* data, std::size_t length) {
+  std::size_t i = 0;
+  while (i + kScanBlockBytes <= length && !blockNeedsEscape(data + i)) {
+    i += kScanBlockBytes;
+  }
+  while (i < length && !needsEscape(static_cast<unsigned char>(data[i]))) ++i;
+  return i;
+}
+
+void appendEscape(std::string& out, char c) {
+  for (const ShortEscape& entry : kShortEscapes) {
+    if (entry.byte == c) {
+      out += entry.text;
+      return;
+    }
+  }
+  const auto byte = static_cast<unsigned char>(c);
+  out += "\\u00";
+  out += kHexDigits[byte >> 4];
+  out += kHexDigits[byte & 0x0F];
+}
+
+// Appends the escaped bytes to out, so that the body needs no temporary
+// string per text.
+void appendJsonEscaped(std::string& out, const char* data, std::size_t length) {
+  std::size_t i = 0;
+  while (i < length) {
+    const std::size_t run = plainRun(data + i, length - i);
+    out.append(data + i, run);
+    i += run;
+    if (i < length) appendEscape(out, data[i++]);
+  }
+}
+
 // Writes value as printf's "%g" writes it in the "C" locale. to_chars is
 // specified as exactly that and never looks at the global locale, so a
 // game that switches to a comma decimal point cannot break the body.
@@ -53,25 +111,7 @@ void appendDecimal(std::string& out, std::size_t value) {
 std::string jsonEscape(const char* data, std::size_t length) {
   std::string out;
   out.reserve(length + kEscapeSlack);
-  for (std::size_t i = 0; i < length; ++i) {
-    const char c = data[i];
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && c != '"' && c != '\\') {
-      out += c;
-      continue;
-    }
-    const char* shortEscape = nullptr;
-    for (const ShortEscape& entry : kShortEscapes) {
-      if (entry.byte == c) shortEscape = entry.text;
-    }
-    if (shortEscape != nullptr) {
-      out += shortEscape;
-    } else {
-      out += "\\u00";
-      out += kHexDigits[byte >> 4];
-      out += kHexDigits[byte & 0x0F];
-    }
-  }
+  appendJsonEscaped(out, data, length);
   return out;
 }
 
@@ -84,16 +124,18 @@ std::string buildCompletionBody(const std::string& model,
                                 const std::string& userPrompt,
                                 float temperature, float topP,
                                 std::size_t maxTokens) {
+  const std::size_t texts =
+      model.size() + systemPrompt.size() + userPrompt.size();
   std::string body;
-  body.reserve(model.size() + systemPrompt.size() + userPrompt.size() + 256);
+  body.reserve(texts + texts / kBodyEscapeShare + kBodyFixedBytes);
   body += "{\"model\":\"";
-  body += jsonEscape(model);
+  appendJsonEscaped(body, model.data(), model.size());
   body += "\",\"messages\":[";
   body += "{\"role\":\"system\",\"content\":\"";
-  body += jsonEscape(systemPrompt);
+  appendJsonEscaped(body, systemPrompt.data(), systemPrompt.size());
   body += "\"},";
   body += "{\"role\":\"user\",\"content\":\"";
-  body += jsonEscape(userPrompt);
+  appendJsonEscaped(body, userPrompt.data(), userPrompt.size());
   body += "\"}],";
   body += "\"temperature\":";
   appendNumber(body, temperature);

@@ -74,6 +74,31 @@ TEST_P(JsonEscapeTest, WritesStringContents) {
 INSTANTIATE_TEST_SUITE_P(Bytes, JsonEscapeTest,
                          ::testing::ValuesIn(kEscapeCases), test::RowName());
 
+// Plain text is copied in blocks; an escape at any place of a long text,
+// on either side of a block's edge, must still be found.
+TEST(JsonEscapeTest, EscapesAtEveryPlaceOfALongText) {
+  struct Special {
+    const char* name;
+    std::string byte;
+    std::string escaped;
+  };
+  const Special specials[] = {{"quote", "\"", R"(\")"},
+                              {"backslash", "\\", R"(\\)"},
+                              {"line_feed", "\n", R"(\n)"},
+                              {"unit_separator", "\x1f", R"(\u001f)"},
+                              {"high_byte_unchanged", "\xC5", "\xC5"}};
+  constexpr std::size_t kLength = 40;
+  for (const Special& special : specials) {
+    for (std::size_t at = 0; at < kLength; ++at) {
+      const std::string before(at, 'x');
+      const std::string after(kLength - at - 1, 'y');
+      EXPECT_EQ(jsonEscape(before + special.byte + after),
+                before + special.escaped + after)
+          << special.name << " at " << at;
+    }
+  }
+}
+
 struct NumberCase {
   const char* name;
   float value;

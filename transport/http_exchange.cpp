@@ -48,12 +48,10 @@ std::string receiveAll(const detail::Socket& socket) {
   }
 }
 
-}  // namespace
-
-// The head is only searched for its end; the status code is recognised by
-// " 200 " anywhere in the first line, whatever the HTTP version.
-std::string parseHttpResponse(const std::string& response) {
-  const std::string_view text = response;
+// Checks the status line and returns where the body begins. The head is
+// only searched for its end; the status code is recognised by " 200 "
+// anywhere in the first line, whatever the HTTP version.
+std::size_t acceptedBodyStart(std::string_view text) {
   const std::size_t headEnd = text.find(kHeadEnd);
   if (headEnd == std::string_view::npos) throw std::runtime_error(kMalformed);
   const std::string_view statusLine = text.substr(0, text.find(kLineEnd));
@@ -61,8 +59,13 @@ std::string parseHttpResponse(const std::string& response) {
     throw std::runtime_error(std::string(kRefusedStatus) +
                              std::string(statusLine));
   }
-  return extractMessageContent(
-      std::string(text.substr(headEnd + kHeadEnd.size())));
+  return headEnd + kHeadEnd.size();
+}
+
+}  // namespace
+
+std::string parseHttpResponse(const std::string& response) {
+  return extractMessageContent(response.substr(acceptedBodyStart(response)));
 }
 
 std::string httpChatCompletion(const AiRuntimeConfig& config,
@@ -77,6 +80,11 @@ std::string httpChatCompletion(const AiRuntimeConfig& config,
   if (!library.started()) throw std::runtime_error(kCannotStart);
 
   const AiEndpoint target = parseEndpoint(endpoint);
+  // Built before connecting, so that an open connection never waits for
+  // it; building cannot fail, so every error comes as it would otherwise.
+  const std::string request = buildHttpRequest(
+      target, buildCompletionBody(model, systemPrompt, userPrompt,
+                                  config.temperature, config.topP, maxTokens));
   detail::Socket socket;
   switch (detail::connectTcp(target.host, target.port,
                              detail::socketTimeoutMs(config.timeoutMs),
@@ -89,14 +97,13 @@ std::string httpChatCompletion(const AiRuntimeConfig& config,
       throw std::runtime_error(kCannotConnect);
   }
 
-  const std::string request = buildHttpRequest(
-      target, buildCompletionBody(model, systemPrompt, userPrompt,
-                                  config.temperature, config.topP, maxTokens));
   sendAll(socket, request);
-  const std::string response = receiveAll(socket);
+  std::string response = receiveAll(socket);
   socket.close();
 
-  return parseHttpResponse(response);
+  // The head is dropped in place; the body is not copied out.
+  response.erase(0, acceptedBodyStart(response));
+  return extractMessageContent(response);
 }
 
 }  // namespace tovrin::ai

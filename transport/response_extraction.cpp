@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -30,6 +31,25 @@ bool isJsonSpace(char c) {
          c == '\r';
 }
 
+// The end of the JSON string whose contents begin at pos: its first double
+// quote not escaped by a backslash, or the end of text when it has none. A
+// backslash escapes the byte after it, whatever that is. Jumps from one
+// quote or backslash to the next, never looking at a byte twice.
+std::size_t stringEnd(std::string_view text, std::size_t pos) {
+  std::size_t quote = text.find('"', pos);
+  for (;;) {
+    const std::size_t limit = quote == std::string_view::npos ? text.size()
+                                                              : quote;
+    const std::size_t backslash = text.substr(0, limit).find('\\', pos);
+    if (backslash == std::string_view::npos) return limit;
+    pos = backslash + 2;
+    if (pos >= text.size()) return text.size();
+    if (quote != std::string_view::npos && quote < pos) {
+      quote = text.find('"', pos);
+    }
+  }
+}
+
 }  // namespace
 
 // No JSON parser: the key is found by its text and, of several string
@@ -50,19 +70,8 @@ std::string extractMessageContent(const std::string& body) {
       key = text.find(kContentKey, pos);
       continue;
     }
-    ++pos;
-    const std::size_t rawStart = pos;
-    bool escaped = false;
-    while (pos < text.size()) {
-      if (escaped) {
-        escaped = false;
-      } else if (text[pos] == '\\') {
-        escaped = true;
-      } else if (text[pos] == '"') {
-        break;
-      }
-      ++pos;
-    }
+    const std::size_t rawStart = pos + 1;
+    pos = stringEnd(text, rawStart);
     result = jsonUnescape(text.substr(rawStart, pos - rawStart));
     key = text.find(kContentKey, pos);
   }
@@ -73,16 +82,15 @@ std::string extractMessageContent(const std::string& body) {
 // A \u escape stays as written: the answer goes to a game that shows UTF-8
 // as it comes, and the servers in use send non-ASCII text raw.
 std::string jsonUnescape(const char* data, std::size_t length) {
+  const std::string_view raw(data, length);
   std::string out;
   out.reserve(length);
   std::size_t i = 0;
   while (i < length) {
-    const char c = data[i];
-    if (c != '\\') {
-      out += c;
-      ++i;
-      continue;
-    }
+    // Text up to the next backslash is copied whole.
+    const std::size_t backslash = std::min(raw.find('\\', i), length);
+    out.append(data + i, backslash - i);
+    i = backslash;
     if (i + 1 >= length) break;
     const char escape = data[i + 1];
     i += 2;

@@ -54,6 +54,15 @@ const ContentCase kContentCases[] = {
      R"({"content":"D","reasoning_content":"think"})", "D"},
     {"StringValueContentActsAsKey", R"({"type":"content","text":"E"})", "E"},
     {"ClosingQuoteCanOpenNextKey", R"({"content":"A"content":"F"})", "F"},
+    {"BackslashPairBeforeClosingQuote", R"({"content":"a\\","n":"q"})",
+     R"(a\)"},
+    {"EscapedQuoteRightBeforeClosingOne", R"({"content":"a\"","n":1})",
+     R"(a")"},
+    {"LongValueWithEscapesFarApart",
+     R"({"content":")" + std::string(50, 'a') + R"(\")" +
+         std::string(50, 'b') + R"(\n)" + std::string(50, 'c') + R"("})",
+     std::string(50, 'a') + "\"" + std::string(50, 'b') + "\n" +
+         std::string(50, 'c')},
     {"UnterminatedRunsToEnd", R"({"content":"abc)", "abc"},
     {"UnterminatedEndingInBackslash", R"({"content":"abc\)", "abc"},
 };

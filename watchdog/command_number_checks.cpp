@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <string>
 #include <string_view>
 #include <unordered_set>
@@ -15,10 +16,26 @@ constexpr std::string_view kInventedCommand = "invented_command:";
 constexpr std::string_view kMissingToolValue = "missing_tool_value:";
 constexpr std::string_view kUnexpectedNumber = "unexpected_number:";
 
+// A set keeps an answer full of commands or numbers linear against a long
+// list; a list this short is searched directly, which costs less than
+// building the set.
+constexpr std::size_t kShortListEntries = 8;
+
 std::string withPrefix(std::string_view prefix, std::string_view text) {
   std::string reason(prefix);
   reason.append(text);
   return reason;
+}
+
+char withDecimalPoint(char c) { return c == ',' ? '.' : c; }
+
+// value == number once both have their commas made points.
+bool equalNormalized(std::string_view value, std::string_view number) {
+  return value.size() == number.size() &&
+         std::equal(value.begin(), value.end(), number.begin(),
+                    [](char a, char b) {
+                      return withDecimalPoint(a) == withDecimalPoint(b);
+                    });
 }
 
 }  // namespace
@@ -33,14 +50,18 @@ void checkCommands(const std::string& trimmedAnswer, const AiRequest& request,
     return;
   }
   if (request.kind != AiRequestKind::CommandHelp) return;
-  // A set keeps an answer full of commands linear against a long list.
-  const std::unordered_set<std::string_view> allowed(
-      request.allowedCommands.begin(), request.allowedCommands.end());
+  const std::vector<std::string>& list = request.allowedCommands;
+  const bool shortList = list.size() <= kShortListEntries;
+  std::unordered_set<std::string_view> allowed;
+  if (!shortList) allowed.insert(list.begin(), list.end());
   std::size_t pos = 0;
   while (auto match = detail::findSlashCommand(answer, pos)) {
     const std::string_view command =
         answer.substr(match->begin, match->end - match->begin);
-    if (!allowed.contains(command)) {
+    const bool known =
+        shortList ? std::find(list.begin(), list.end(), command) != list.end()
+                  : allowed.contains(command);
+    if (!known) {
       verdict.reasons.push_back(withPrefix(kInventedCommand, command));
       return;
     }
@@ -60,18 +81,31 @@ void checkToolValues(const std::string& trimmedAnswer,
 
 void checkNumbers(const std::string& trimmedAnswer, const AiRequest& request,
                   WatchdogVerdict& verdict) {
-  if (request.toolResults.empty()) return;
+  const std::vector<std::string>& values = request.toolResults;
+  if (values.empty()) return;
+  const bool shortList = values.size() <= kShortListEntries;
   std::unordered_set<std::string> expected;
-  for (const std::string& value : request.toolResults) {
-    if (!value.empty()) expected.insert(normalizeDecimalComma(value));
+  if (!shortList) {
+    for (const std::string& value : values) {
+      if (!value.empty()) expected.insert(normalizeDecimalComma(value));
+    }
   }
   const std::string_view answer = trimmedAnswer;
   std::size_t pos = 0;
   while (auto match = detail::findNumber(answer, pos)) {
-    std::string number = normalizeDecimalComma(
-        std::string(answer.substr(match->begin, match->end - match->begin)));
-    if (!expected.contains(number)) {
-      verdict.reasons.push_back(withPrefix(kUnexpectedNumber, number));
+    const std::string_view number =
+        answer.substr(match->begin, match->end - match->begin);
+    // A number is never empty, so an empty entry matches none.
+    const bool known =
+        shortList
+            ? std::any_of(values.begin(), values.end(),
+                          [number](const std::string& value) {
+                            return equalNormalized(value, number);
+                          })
+            : expected.contains(normalizeDecimalComma(std::string(number)));
+    if (!known) {
+      verdict.reasons.push_back(withPrefix(
+          kUnexpectedNumber, normalizeDecimalComma(std::string(number))));
       return;
     }
     pos = match->end;

@@ -20,6 +20,28 @@ bool isCommandByte(char c) {
          c == ':' || c == '_' || c == '-';
 }
 
+// Blocks without a digit are passed over whole; the fixed block size lets
+// the compiler test one with vector code.
+constexpr std::size_t kScanBlockBytes = 16;
+
+bool blockHasDigit(const char* block) {
+  unsigned char found = 0;
+  for (std::size_t i = 0; i < kScanBlockBytes; ++i) {
+    const auto offset = static_cast<unsigned char>(block[i] - '0');
+    found |= static_cast<unsigned char>(offset < 10);
+  }
+  return found != 0;
+}
+
+std::size_t skipNonDigits(std::string_view text, std::size_t pos) {
+  while (pos + kScanBlockBytes <= text.size() &&
+         !blockHasDigit(text.data() + pos)) {
+    pos += kScanBlockBytes;
+  }
+  while (pos < text.size() && !isDigit(text[pos])) ++pos;
+  return pos;
+}
+
 std::size_t skipDigits(std::string_view text, std::size_t pos) {
   while (pos < text.size() && isDigit(text[pos])) ++pos;
   return pos;
@@ -29,8 +51,9 @@ std::size_t skipDigits(std::string_view text, std::size_t pos) {
 
 std::optional<TextSpan> findSlashCommand(std::string_view text,
                                          std::size_t from) {
-  for (std::size_t i = from; i + 1 < text.size(); ++i) {
-    if (text[i] != '/' || !isCommandByte(text[i + 1])) continue;
+  for (std::size_t i = text.find('/', from); i != std::string_view::npos;
+       i = text.find('/', i + 1)) {
+    if (i + 1 >= text.size() || !isCommandByte(text[i + 1])) continue;
     std::size_t end = i + 2;
     while (end < text.size() && isCommandByte(text[end])) ++end;
     return TextSpan{i, end};
@@ -39,20 +62,21 @@ std::optional<TextSpan> findSlashCommand(std::string_view text,
 }
 
 std::optional<TextSpan> findNumber(std::string_view text, std::size_t from) {
-  for (std::size_t i = from; i < text.size(); ++i) {
-    std::size_t digits = i;
-    if (text[i] == '-') ++digits;
-    if (digits >= text.size() || !isDigit(text[digits])) continue;
-    std::size_t end = skipDigits(text, digits);
-    // The fraction is taken only whole: a separator needs a digit after it,
-    // otherwise the number ends before the separator.
-    if (end + 1 < text.size() && (text[end] == '.' || text[end] == ',') &&
-        isDigit(text[end + 1])) {
-      end = skipDigits(text, end + 1);
-    }
-    return TextSpan{i, end};
+  if (from >= text.size()) return std::nullopt;
+  const std::size_t digits = skipNonDigits(text, from);
+  if (digits == text.size()) return std::nullopt;
+  // The leftmost match begins at the first digit, or at a '-' right before
+  // it (no earlier byte can begin one).
+  const std::size_t begin =
+      digits > from && text[digits - 1] == '-' ? digits - 1 : digits;
+  std::size_t end = skipDigits(text, digits);
+  // The fraction is taken only whole: a separator needs a digit after it,
+  // otherwise the number ends before the separator.
+  if (end + 1 < text.size() && (text[end] == '.' || text[end] == ',') &&
+      isDigit(text[end + 1])) {
+    end = skipDigits(text, end + 1);
   }
-  return std::nullopt;
+  return TextSpan{begin, end};
 }
 
 }  // namespace detail

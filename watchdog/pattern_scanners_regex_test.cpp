@@ -48,20 +48,28 @@ const std::string kAlphabet =
     "//////------......,,,,,,0123456789012345678901234567890123456789"
     "aZkq::__    \t\n+x\xC4\x8D\xC3\xAD\x80\xFF";
 
-std::string randomText(std::mt19937& rng) {
-  std::uniform_int_distribution<std::size_t> length(0, 24);
-  std::uniform_int_distribution<std::size_t> pick(0, kAlphabet.size() - 1);
+// Mostly prose: long stretches without a digit or a slash, as in real
+// answers, so that the scanners' skipping of whole blocks is exercised.
+const std::string kProseAlphabet =
+    "abcdefghijklmnopqrstuvwxyz      ..,,\xC4\x8D\xC3\xAD\n-9/";
+
+std::string randomText(std::mt19937& rng, const std::string& alphabet,
+                       std::size_t maxLength) {
+  std::uniform_int_distribution<std::size_t> length(0, maxLength);
+  std::uniform_int_distribution<std::size_t> pick(0, alphabet.size() - 1);
   std::string text(length(rng), ' ');
-  for (char& c : text) c = kAlphabet[pick(rng)];
+  for (char& c : text) c = alphabet[pick(rng)];
   return text;
 }
 
 void compareWithRegex(const char* pattern, Matches (*scan)(const std::string&),
-                      std::mt19937::result_type seed) {
+                      std::mt19937::result_type seed,
+                      const std::string& alphabet = kAlphabet,
+                      std::size_t maxLength = 24) {
   const std::regex reference(pattern, std::regex::ECMAScript);
   std::mt19937 rng(seed);
   for (int i = 0; i < 100000; ++i) {
-    const std::string text = randomText(rng);
+    const std::string text = randomText(rng, alphabet, maxLength);
     const Matches want = regexMatches(text, reference);
     const Matches got = scan(text);
     if (got != want) {
@@ -78,6 +86,16 @@ TEST(PatternScanners, SlashCommandsEqualRegex) {
 
 TEST(PatternScanners, NumbersEqualRegex) {
   compareWithRegex(kNumberPattern, extractNumbers, 77031u);
+}
+
+TEST(PatternScanners, SlashCommandsInProseEqualRegex) {
+  compareWithRegex(kCommandPattern, extractSlashCommands, 5150u,
+                   kProseAlphabet, 80);
+}
+
+TEST(PatternScanners, NumbersInProseEqualRegex) {
+  compareWithRegex(kNumberPattern, extractNumbers, 90210u, kProseAlphabet,
+                   80);
 }
 
 struct ScanCase {

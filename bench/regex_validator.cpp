@@ -1,8 +1,6 @@
 #include "bench/regex_validator.hpp"
 
 #include <cstddef>
-#include <iterator>
-#include <string_view>
 #include <vector>
 
 namespace tovrin::ai::bench {

@@ -10,10 +10,11 @@ wine=$2
 shift 2
 wineserver="$(dirname "$wine")/wineserver"
 [ -x "$wineserver" ] || wineserver=wineserver
+# The server refuses to start for a prefix that does not exist yet.
+mkdir -p "$WINEPREFIX"
 # Status 0: no server was running, this one is new. The first wineboot of a
 # prefix creates it, which takes tens of seconds once; the lock makes runs
 # started meanwhile (parallel builds and tests) wait for it to finish.
-mkdir -p "$(dirname "$WINEPREFIX")"
 (
   flock 9
   # The lock's descriptor stays here: a server holding it would hold the lock.

@@ -253,4 +253,14 @@ ProcessResult runProcess(const fs::path& program,
   return result;
 }
 
+bool runningUnderWine() {
+#ifdef _WIN32
+  const HMODULE ntdll = ::GetModuleHandleW(L"ntdll.dll");
+  return ntdll != nullptr &&
+         ::GetProcAddress(ntdll, "wine_get_version") != nullptr;
+#else
+  return false;
+#endif
+}
+
 }  // namespace tovrin::ai::test

@@ -25,6 +25,11 @@ ProcessResult runProcess(const std::filesystem::path& program,
                          std::chrono::milliseconds limit =
                              std::chrono::milliseconds(60000));
 
+// True when this process is a Windows program running under Wine, whose
+// sockets differ from Windows in a few corners (an abortive close arrives
+// as an orderly one).
+bool runningUnderWine();
+
 }  // namespace tovrin::ai::test
 
 #endif  // TOVRIN_AI_TESTING_PROCESS_RUNNER_HPP_

@@ -9,8 +9,10 @@
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "testing/loopback_server.hpp"
+#include "testing/process_runner.hpp"
 #include "testing/row_name.hpp"
 #include "tovrin/ai/transport.hpp"
 
@@ -128,6 +130,9 @@ class HostileServerTest : public ::testing::TestWithParam<HostileCase> {};
 
 TEST_P(HostileServerTest, EndsInItsOutcomeWithinTheTimeout) {
   const HostileCase& c = GetParam();
+  if (std::string_view(c.name) == "ResetsMidBody" && test::runningUnderWine()) {
+    GTEST_SKIP() << "Wine turns the server's abortive close into an orderly one";
+  }
   const LoopbackServer server({c.step});
   const auto start = steady_clock::now();
   EXPECT_EQ(outcome(configWithTimeout(1000), server.endpoint()), c.outcome);

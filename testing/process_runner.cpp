@@ -20,6 +20,8 @@
 #include <thread>
 #endif
 
+#include <atomic>
+#include <chrono>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -238,9 +240,16 @@ ProcessResult runProcess(const fs::path& program,
                          const std::vector<std::string>& arguments,
                          const fs::path& workingDirectory,
                          std::chrono::milliseconds limit) {
+  // Process ids come back soon on Windows, so the clock and a counter make
+  // the name unique even beside a file that a killed program still holds.
+  static std::atomic<unsigned> runs{0};
   const fs::path outPath =
       fs::temp_directory_path() /
-      ("tovrin_ai_out_" + std::to_string(currentProcessId()));
+      ("tovrin_ai_out_" + std::to_string(currentProcessId()) + "_" +
+       std::to_string(std::chrono::steady_clock::now()
+                          .time_since_epoch()
+                          .count()) +
+       "_" + std::to_string(runs++));
   const fs::path errPath = outPath.string() + ".err";
 
   ProcessResult result;

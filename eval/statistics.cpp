@@ -7,22 +7,6 @@ namespace tovrin::ai::eval {
 
 namespace {
 
-// The watchdog's rules in the order it checks them.
-constexpr std::string_view kRules[] = {
-    "empty_answer",
-    "answer_too_long",
-    "instruction_leak",
-    "question_echo",
-    "broken_czech_or_perspective",
-    "invalid_moderation_label",
-    "invalid_classification_label",
-    "slash_command_forbidden",
-    "invented_command:",
-    "missing_tool_value:",
-    "unexpected_number:",
-    "safety_fact_not_enforced",
-};
-
 // Collects one group's runs; the latencies are kept for the percentiles.
 struct GroupBuilder {
   GroupSummary summary;
@@ -125,7 +109,7 @@ Summary summarize(const std::vector<EvalCase>& cases,
   GroupBuilder overall;
   std::map<std::uint32_t, GroupBuilder> byKind;
   std::map<std::string, GroupBuilder> byTag;
-  for (std::string_view rule : kRules) {
+  for (std::string_view rule : kReasonCodes) {
     summary.reasons.push_back({std::string(rule), 0, 0});
   }
   for (AiRequestKind kind :

@@ -20,26 +20,9 @@
 namespace tovrin::ai {
 namespace {
 
-// The reason codes in the order the checks run; a code ending in ':' is
-// followed by its subject.
-constexpr std::string_view kReasonOrder[] = {
-    "empty_answer",
-    "answer_too_long",
-    "instruction_leak",
-    "question_echo",
-    "broken_czech_or_perspective",
-    "invalid_moderation_label",
-    "invalid_classification_label",
-    "slash_command_forbidden",
-    "invented_command:",
-    "missing_tool_value:",
-    "unexpected_number:",
-    "safety_fact_not_enforced",
-};
-
 std::size_t rankOf(const std::string& reason) {
-  for (std::size_t i = 0; i < std::size(kReasonOrder); ++i) {
-    const std::string_view code = kReasonOrder[i];
+  for (std::size_t i = 0; i < std::size(kReasonCodes); ++i) {
+    const std::string_view code = kReasonCodes[i];
     const bool matches = code.back() == ':'
                              ? reason.compare(0, code.size(), code) == 0
                              : reason == code;
@@ -86,7 +69,7 @@ void checkVerdict(const std::string& answer, const AiRequest& request,
     if (i == 0) continue;
     const std::size_t before = rankOf(reasons[i - 1]);
     FUZZ_CHECK(before < rank ||
-               (before == rank && kReasonOrder[rank] == "missing_tool_value:"));
+               (before == rank && kReasonCodes[rank] == "missing_tool_value:"));
   }
 
   const std::string trimmed = trim(answer);

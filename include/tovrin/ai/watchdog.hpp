@@ -15,11 +15,29 @@
 #define TOVRIN_AI_WATCHDOG_HPP_
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tovrin/ai/records.hpp"
 
 namespace tovrin::ai {
+
+// Every reason code, in the order the checks run. The three ending in ':'
+// are followed directly by the offending command, tool result or number.
+inline constexpr std::string_view kReasonCodes[] = {
+    "empty_answer",
+    "answer_too_long",
+    "instruction_leak",
+    "question_echo",
+    "broken_czech_or_perspective",
+    "invalid_moderation_label",
+    "invalid_classification_label",
+    "slash_command_forbidden",
+    "invented_command:",
+    "missing_tool_value:",
+    "unexpected_number:",
+    "safety_fact_not_enforced",
+};
 
 // The watchdog's result. passed is true exactly when reasons is empty.
 struct WatchdogVerdict {

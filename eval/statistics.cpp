@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <map>
 
+#include "tovrin/ai/watchdog.hpp"
+
 namespace tovrin::ai::eval {
 
 namespace {

@@ -5,18 +5,27 @@
 # the limit stops that fuzzer with an error; the script then fails and names
 # the saved input under fuzz-runs/artifacts/.
 #
-#   fuzz/run_all.sh <seconds per fuzzer> [build dir of the fuzz preset]
+#   fuzz/run_all.sh <seconds per fuzzer> [build dir of the fuzz preset] [fuzzer...]
+#
+# Without names every fuzzer runs, one after the other.
 set -euo pipefail
 
-seconds=${1:?usage: fuzz/run_all.sh <seconds per fuzzer> [build dir]}
+usage="usage: fuzz/run_all.sh <seconds per fuzzer> [build dir] [fuzzer...]"
+seconds=${1:?$usage}
 source_dir=$(cd "$(dirname "$0")" && pwd)
 build_dir=$(cd "${2:-$source_dir/../build/fuzz}" && pwd)
 work=$build_dir/fuzz-runs
 mkdir -p "$work/artifacts"
 
+fuzzers=("${@:3}")
+if [ ${#fuzzers[@]} -eq 0 ]; then
+  for harness in "$source_dir"/*_fuzzer.cpp; do
+    fuzzers+=("$(basename "$harness" .cpp)")
+  done
+fi
+
 failed=()
-for harness in "$source_dir"/*_fuzzer.cpp; do
-  fuzzer=$(basename "$harness" .cpp)
+for fuzzer in "${fuzzers[@]}"; do
   binary=$build_dir/fuzz/$fuzzer
   seeds=$source_dir/corpus/$fuzzer
   if [ ! -x "$binary" ] || [ ! -d "$seeds" ]; then
@@ -26,7 +35,9 @@ for harness in "$source_dir"/*_fuzzer.cpp; do
   fi
   corpus=$work/corpus/$fuzzer
   mkdir -p "$corpus"
-  cp -n "$seeds"/* "$corpus"/
+  for seed in "$seeds"/*; do
+    [ -e "$corpus/${seed##*/}" ] || cp "$seed" "$corpus/"
+  done
   # The time-out is wall-clock time: generous, so that a busy machine does
   # not pass for a hang.
   options=(-max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048

@@ -12,6 +12,7 @@ namespace tovrin::ai {
 namespace {
 
 using test::expectResponse;
+using test::response;
 using test::failWith;
 using test::reply;
 using test::ScriptedTransport;
@@ -24,14 +25,6 @@ AiRuntime makeRuntime(const ScriptedTransport& script, bool repair = true,
   config.repairEnabled = repair;
   config.watchdogEnabled = watchdog;
   return AiRuntime(std::move(config), script.transport());
-}
-
-AiResponse response(bool ok, std::string answer, std::string model,
-                    bool passed, std::vector<std::string> reasons,
-                    bool fallback, std::size_t attempts, std::string error) {
-  return {ok,       std::move(answer), std::move(model),
-          passed,   std::move(reasons), fallback,
-          attempts, std::move(error)};
 }
 
 // A request whose template answer the watchdog accepts.

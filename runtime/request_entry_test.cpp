@@ -11,6 +11,7 @@ namespace tovrin::ai {
 namespace {
 
 using test::expectResponse;
+using test::response;
 using test::failWith;
 using test::reply;
 using test::ScriptedTransport;
@@ -82,14 +83,6 @@ struct PassCase {
   AiResponse expected;
   std::vector<std::string> models;  // pass model of every transport call
 };
-
-AiResponse response(bool ok, std::string answer, std::string model,
-                    bool passed, std::vector<std::string> reasons,
-                    bool fallback, std::size_t attempts, std::string error) {
-  return {ok,       std::move(answer), std::move(model),
-          passed,   std::move(reasons), fallback,
-          attempts, std::move(error)};
-}
 
 TEST(RequestEntry, PassesAndFallback) {
   const std::string slash = "/x";

@@ -6,10 +6,23 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tovrin/ai.hpp"
 
 namespace tovrin::ai::test {
+
+// A response with every field given, in the record's order.
+inline AiResponse response(bool ok, std::string answer, std::string model,
+                           bool watchdogPassed,
+                           std::vector<std::string> watchdogReasons,
+                           bool fallback, std::size_t attempts,
+                           std::string error) {
+  return {ok,       std::move(answer),          std::move(model),
+          watchdogPassed, std::move(watchdogReasons), fallback,
+          attempts, std::move(error)};
+}
 
 inline void expectResponse(const AiResponse& actual, const AiResponse& expected,
                            const std::string& context) {

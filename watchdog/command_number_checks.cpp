@@ -3,6 +3,7 @@
 #include <string_view>
 #include <unordered_set>
 
+#include "needle_set.hpp"
 #include "pattern_scanners.hpp"
 #include "tovrin/ai/text.hpp"
 #include "tovrin/ai/watchdog.hpp"
@@ -71,9 +72,19 @@ void checkCommands(const std::string& trimmedAnswer, const AiRequest& request,
 
 void checkToolValues(const std::string& trimmedAnswer,
                      const AiRequest& request, WatchdogVerdict& verdict) {
-  for (const std::string& value : request.toolResults) {
+  const std::vector<std::string>& values = request.toolResults;
+  // A short list is searched one entry at a time at memchr speed; a long one
+  // in a single pass, so that the cost stays the answer plus the list.
+  std::vector<bool> found;
+  if (values.size() > kShortListEntries) {
+    found = detail::findNeedles(trimmedAnswer, values);
+  }
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    const std::string& value = values[i];
     if (value.empty()) continue;
-    if (!containsText(trimmedAnswer, value)) {
+    const bool present =
+        found.empty() ? containsText(trimmedAnswer, value) : found[i];
+    if (!present) {
       verdict.reasons.push_back(withPrefix(kMissingToolValue, value));
     }
   }

@@ -1,30 +1,41 @@
 #include "bench/regex_validator.hpp"
 
 #include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
 #include <vector>
+
+#include "watchdog/watchdog_tables.hpp"
 
 namespace tovrin::ai::bench {
 
 namespace {
 
-// The watchdog's phrase tables, one alternation each. None holds a regular
-// expression's special character.
-constexpr const char* kInstructionLeak =
-    "dotaz hráče|dotaz hrace|pravidla češtiny|pravidla cestiny|"
-    "fakta herního světa|fakta herniho sveta";
-constexpr const char* kBrokenCzech =
-    "jsem to pamatuje|ty mě pomohla|ty mi pomohla|můžeš mě nabídnout|"
-    "muzes me nabidnout|pomohl jsem ti|pomohla jsem ti";
-constexpr const char* kProhibitionWords = "nesmí|nesmi";
-constexpr const char* kRequestVerbs = "dej|přidej|pridej|ignoruj|změň|zmen";
-constexpr const char* kRefusalWords =
-    "nemůžu|nemohu|nesmím|nedám|nelze|nemuzes|nemůžeš";
+using detail::reasonCode;
+using detail::Rule;
+
+// A phrase table of the watchdog as one alternation. No phrase holds a
+// regular expression's special character.
+std::string alternation(std::span<const std::string_view> phrases) {
+  std::string pattern;
+  for (std::string_view phrase : phrases) {
+    if (!pattern.empty()) pattern += '|';
+    pattern += phrase;
+  }
+  return pattern;
+}
+
+bool isOneOf(const std::string& text,
+             std::span<const std::string_view> labels) {
+  for (std::string_view label : labels) {
+    if (text == label) return true;
+  }
+  return false;
+}
+
 constexpr const char* kSlashCommand = "/([A-Za-z0-9:_-]+)";
 constexpr const char* kNumber = "(-?[0-9]+(?:[.,][0-9]+)?)";
-
-constexpr std::size_t kMaxAnswerBytes = 300;
-constexpr std::size_t kMaxShortAnswerBytes = 420;
-constexpr std::size_t kMinEchoBytes = 13;
 
 bool found(const std::string& text, const std::regex& pattern) {
   return std::regex_search(text, pattern);
@@ -35,13 +46,13 @@ void checkCommands(const std::string& answer, const AiRequest& request,
                    std::vector<std::string>& reasons) {
   if (request.kind == AiRequestKind::ShortAnswer) {
     if (found(answer, patterns.slashCommand)) {
-      reasons.emplace_back("slash_command_forbidden");
+      reasons.emplace_back(reasonCode(Rule::kSlashCommandForbidden));
     }
     return;
   }
   if (request.kind != AiRequestKind::CommandHelp) return;
-  for (std::sregex_iterator it(answer.begin(), answer.end(),
-                               patterns.slashCommand),
+  for (std::sregex_iterator
+           it(answer.begin(), answer.end(), patterns.slashCommand),
        end;
        it != end; ++it) {
     const std::string command = it->str();
@@ -50,7 +61,8 @@ void checkCommands(const std::string& answer, const AiRequest& request,
       if (entry == command) allowed = true;
     }
     if (!allowed) {
-      reasons.push_back("invented_command:" + command);
+      reasons.push_back(std::string(reasonCode(Rule::kInventedCommand)) +
+                        command);
       return;
     }
   }
@@ -60,7 +72,8 @@ void checkToolValues(const std::string& answer, const AiRequest& request,
                      std::vector<std::string>& reasons) {
   for (const std::string& value : request.toolResults) {
     if (!value.empty() && answer.find(value) == std::string::npos) {
-      reasons.push_back("missing_tool_value:" + value);
+      reasons.push_back(std::string(reasonCode(Rule::kMissingToolValue)) +
+                        value);
     }
   }
 }
@@ -80,7 +93,8 @@ void checkNumbers(const std::string& answer, const AiRequest& request,
       }
     }
     if (!expected) {
-      reasons.push_back("unexpected_number:" + number);
+      reasons.push_back(std::string(reasonCode(Rule::kUnexpectedNumber)) +
+                        number);
       return;
     }
   }
@@ -89,9 +103,12 @@ void checkNumbers(const std::string& answer, const AiRequest& request,
 }  // namespace
 
 WatchdogPatterns compileWatchdogPatterns() {
-  return {std::regex(kInstructionLeak),  std::regex(kBrokenCzech),
-          std::regex(kProhibitionWords), std::regex(kRequestVerbs),
-          std::regex(kRefusalWords),     std::regex(kSlashCommand),
+  return {std::regex(alternation(detail::kInstructionLeakPhrases)),
+          std::regex(alternation(detail::kBrokenCzechPhrases)),
+          std::regex(alternation(detail::kProhibitionWords)),
+          std::regex(alternation(detail::kRequestVerbs)),
+          std::regex(alternation(detail::kRefusalWords)),
+          std::regex(kSlashCommand),
           std::regex(kNumber)};
 }
 
@@ -104,30 +121,31 @@ WatchdogVerdict validateAnswerWithRegex(const std::string& answer,
 
   WatchdogVerdict verdict;
   std::vector<std::string>& reasons = verdict.reasons;
-  if (trimmed.empty()) reasons.emplace_back("empty_answer");
+  if (trimmed.empty()) reasons.emplace_back(reasonCode(Rule::kEmptyAnswer));
   const std::size_t limit = request.kind == AiRequestKind::ShortAnswer
-                                ? kMaxShortAnswerBytes
-                                : kMaxAnswerBytes;
-  if (trimmed.size() > limit) reasons.emplace_back("answer_too_long");
+                                ? detail::kMaxShortAnswerBytes
+                                : detail::kMaxAnswerBytes;
+  if (trimmed.size() > limit)
+    reasons.emplace_back(reasonCode(Rule::kAnswerTooLong));
   if (found(foldedAnswer, patterns.instructionLeak)) {
-    reasons.emplace_back("instruction_leak");
+    reasons.emplace_back(reasonCode(Rule::kInstructionLeak));
   }
   if (!foldedQuestion.empty() &&
       (foldedQuestion == foldedAnswer ||
-       (foldedQuestion.size() >= kMinEchoBytes &&
+       (foldedQuestion.size() >= detail::kMinEchoBytes &&
         foldedAnswer.find(foldedQuestion) != std::string::npos))) {
-    reasons.emplace_back("question_echo");
+    reasons.emplace_back(reasonCode(Rule::kQuestionEcho));
   }
   if (found(foldedAnswer, patterns.brokenCzech)) {
-    reasons.emplace_back("broken_czech_or_perspective");
+    reasons.emplace_back(reasonCode(Rule::kBrokenCzechOrPerspective));
   }
-  if (request.kind == AiRequestKind::ChatModeration && trimmed != "OK" &&
-      trimmed != "WARN") {
-    reasons.emplace_back("invalid_moderation_label");
+  if (request.kind == AiRequestKind::ChatModeration &&
+      !isOneOf(trimmed, kModerationLabels)) {
+    reasons.emplace_back(reasonCode(Rule::kInvalidModerationLabel));
   }
-  if (request.kind == AiRequestKind::AntiCheatTriage && trimmed != "NORMAL" &&
-      trimmed != "WATCH" && trimmed != "HIGH") {
-    reasons.emplace_back("invalid_classification_label");
+  if (request.kind == AiRequestKind::AntiCheatTriage &&
+      !isOneOf(trimmed, kTriageLabels)) {
+    reasons.emplace_back(reasonCode(Rule::kInvalidClassificationLabel));
   }
   checkCommands(trimmed, request, patterns, reasons);
   checkToolValues(trimmed, request, reasons);
@@ -138,7 +156,7 @@ WatchdogVerdict validateAnswerWithRegex(const std::string& answer,
     if (found(toLowerAscii(facts), patterns.prohibitionWords) &&
         found(toLowerAscii(request.message), patterns.requestVerbs) &&
         !found(foldedAnswer, patterns.refusalWords)) {
-      reasons.emplace_back("safety_fact_not_enforced");
+      reasons.emplace_back(reasonCode(Rule::kSafetyFactNotEnforced));
     }
   }
   verdict.passed = reasons.empty();

@@ -36,12 +36,6 @@ struct Playback {
   bool silentFailure = false;  // a failure whose message reads as empty
 };
 
-std::vector<std::string> strings(FuzzedDataProvider& input) {
-  std::vector<std::string> list(input.ConsumeIntegralInRange<std::size_t>(0, 3));
-  for (std::string& item : list) item = input.ConsumeRandomLengthString(24);
-  return list;
-}
-
 AiTransport transportFor(Playback& playback) {
   return [&playback](const AiRuntimeConfig&, const std::string& endpoint,
                      const std::string& model, const std::string&,
@@ -137,33 +131,18 @@ void checkResponse(const AiRuntime& runtime, const AiRequest& request,
 }  // namespace
 }  // namespace tovrin::ai
 
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  tovrin::ai::fuzz::writeWatchdogDictionaryIfAsked();
+  return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
                                       std::size_t size) {
   using namespace tovrin::ai;
   FuzzedDataProvider input(data, size);
 
-  AiRuntimeConfig config;
-  config.helperPath.clear();
-  config.enabled = input.ConsumeIntegralInRange<int>(0, 7) != 0;
-  if (input.ConsumeIntegralInRange<int>(0, 7) == 0) config.endpoint.clear();
-  config.model = input.ConsumeRandomLengthString(12);
-  // Told apart from the template answer by its model name.
-  if (config.model == kTemplateModelName) config.model = "M";
-  config.watchdogEnabled = input.ConsumeBool();
-  config.repairEnabled = input.ConsumeBool();
-  const int fallback = input.ConsumeIntegralInRange<int>(0, 3);
-  if (fallback & 1) config.fallbackEndpoint = "http://fallback:2/v1";
-  if (fallback & 2) config.fallbackModel = "F";
-
-  AiRequest request;
-  request.kind =
-      static_cast<AiRequestKind>(input.ConsumeIntegralInRange<int>(0, 6));
-  request.maxTokens = input.ConsumeIntegral<std::uint16_t>();
-  request.message = input.ConsumeRandomLengthString(96);
-  request.persona = input.ConsumeRandomLengthString(24);
-  request.worldFacts = strings(input);
-  request.allowedCommands = strings(input);
-  request.toolResults = strings(input);
+  AiRuntimeConfig config = fuzz::fuzzedConfig(input);
+  const AiRequest request = fuzz::fuzzedRequest(input, 96);
 
   Playback playback;
   while (playback.replies.size() < kMaxCalls && input.remaining_bytes() > 0) {

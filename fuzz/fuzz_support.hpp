@@ -1,17 +1,25 @@
 // Shared by the libFuzzer harnesses: a check that stops the run with a
 // message (libFuzzer saves the input that made it fail), the input as
-// bytes, and the reference matches of std::regex for the differential
-// checks of the scanners.
+// bytes, requests and configurations built from the input, the reference
+// matches of std::regex for the differential checks of the scanners, and
+// the watchdog's tables as dictionary entries.
 #ifndef TOVRIN_AI_FUZZ_FUZZ_SUPPORT_HPP_
 #define TOVRIN_AI_FUZZ_FUZZ_SUPPORT_HPP_
+
+#include <fuzzer/FuzzedDataProvider.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <regex>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "tovrin/ai.hpp"
+#include "watchdog/watchdog_tables.hpp"
 
 #define FUZZ_CHECK(condition)                                               \
   ((condition) ? (void)0                                                    \
@@ -44,6 +52,80 @@ inline std::vector<std::string> regexMatches(const std::string& text,
     matches.push_back(it->str(group));
   }
   return matches;
+}
+
+// Up to three strings of up to 24 bytes each.
+inline std::vector<std::string> strings(FuzzedDataProvider& input) {
+  std::vector<std::string> list(input.ConsumeIntegralInRange<std::size_t>(0, 3));
+  for (std::string& item : list) item = input.ConsumeRandomLengthString(24);
+  return list;
+}
+
+// A request of any kind, one value past the last included, read from the
+// input in one fixed order; the message takes up to messageBytes.
+inline AiRequest fuzzedRequest(FuzzedDataProvider& input,
+                               std::size_t messageBytes) {
+  AiRequest request;
+  request.kind =
+      static_cast<AiRequestKind>(input.ConsumeIntegralInRange<int>(0, 6));
+  request.maxTokens = input.ConsumeIntegral<std::uint16_t>();
+  request.message = input.ConsumeRandomLengthString(messageBytes);
+  request.persona = input.ConsumeRandomLengthString(24);
+  request.worldFacts = strings(input);
+  request.allowedCommands = strings(input);
+  request.toolResults = strings(input);
+  return request;
+}
+
+// A runtime configuration with every switch and a fallback read from the
+// input; no helper text. The model is never named like the template answer.
+inline AiRuntimeConfig fuzzedConfig(FuzzedDataProvider& input) {
+  AiRuntimeConfig config;
+  config.helperPath.clear();
+  config.enabled = input.ConsumeIntegralInRange<int>(0, 7) != 0;
+  if (input.ConsumeIntegralInRange<int>(0, 7) == 0) config.endpoint.clear();
+  config.model = input.ConsumeRandomLengthString(12);
+  if (config.model == kTemplateModelName) config.model = "M";
+  config.watchdogEnabled = input.ConsumeBool();
+  config.repairEnabled = input.ConsumeBool();
+  const int fallback = input.ConsumeIntegralInRange<int>(0, 3);
+  if (fallback & 1) config.fallbackEndpoint = "http://fallback:2/v1";
+  if (fallback & 2) config.fallbackModel = "F";
+  return config;
+}
+
+// With TOVRIN_AI_FUZZ_DICTIONARY=<file> set, writes the watchdog's phrases,
+// labels and reason codes to that file as libFuzzer dictionary entries and
+// ends the process; fuzz/run_all.sh adds them to a harness's own
+// dictionary, so that the tables keep their one home. Call it from
+// LLVMFuzzerInitialize, which runs before libFuzzer reads its flags.
+inline void writeWatchdogDictionaryIfAsked() {
+  const char* path = std::getenv("TOVRIN_AI_FUZZ_DICTIONARY");
+  if (path == nullptr) return;
+  std::FILE* file = std::fopen(path, "wb");
+  if (file == nullptr) std::exit(1);
+  const auto write = [file](std::span<const std::string_view> entries) {
+    for (std::string_view entry : entries) {
+      std::fputc('"', file);
+      for (const unsigned char c : entry) {
+        if (c < 0x20 || c >= 0x7F || c == '"' || c == '\\') {
+          std::fprintf(file, "\\x%02X", c);
+        } else {
+          std::fputc(c, file);
+        }
+      }
+      std::fputs("\"\n", file);
+    }
+  };
+  write(detail::kInstructionLeakPhrases);
+  write(detail::kBrokenCzechPhrases);
+  write(detail::kProhibitionWords);
+  write(detail::kRequestVerbs);
+  write(detail::kRefusalWords);
+  write(kModerationLabels);
+  write(kTriageLabels);
+  write(kReasonCodes);
+  std::exit(std::fclose(file) == 0 ? 0 : 1);
 }
 
 }  // namespace tovrin::ai::fuzz

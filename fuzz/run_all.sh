@@ -42,8 +42,17 @@ for fuzzer in "${fuzzers[@]}"; do
   # not pass for a hang.
   options=(-max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048
            -print_final_stats=1 -artifact_prefix="$work/artifacts/$fuzzer-")
-  dictionary=$source_dir/dictionaries/$fuzzer.dict
-  [ -f "$dictionary" ] && options+=(-dict="$dictionary")
+  # The harness's own entries, plus the watchdog's tables where the harness
+  # writes them (one that does not runs its empty input once and ends).
+  dictionary=$work/$fuzzer.dict
+  : >"$dictionary"
+  own=$source_dir/dictionaries/$fuzzer.dict
+  [ -f "$own" ] && cat "$own" >>"$dictionary"
+  TOVRIN_AI_FUZZ_DICTIONARY="$work/$fuzzer.tables.dict" "$binary" -runs=0 \
+    >/dev/null 2>&1 || true
+  [ -f "$work/$fuzzer.tables.dict" ] &&
+    cat "$work/$fuzzer.tables.dict" >>"$dictionary"
+  [ -s "$dictionary" ] && options+=(-dict="$dictionary")
 
   log=$work/$fuzzer.log
   started=$SECONDS

@@ -9,28 +9,21 @@
 #include <vector>
 
 #include "fuzz/fuzz_support.hpp"
-#include "tovrin/ai/generation.hpp"
-#include "tovrin/ai/tools.hpp"
+#include "tovrin/ai.hpp"
 
 namespace tovrin::ai {
 namespace {
 
 constexpr const char* kRefusal = "To ti dát nemůžu.";
 
-std::vector<std::string> strings(FuzzedDataProvider& input) {
-  std::vector<std::string> list(input.ConsumeIntegralInRange<std::size_t>(0, 3));
-  for (std::string& item : list) item = input.ConsumeRandomLengthString(24);
-  return list;
-}
-
 void checkTemplate(const AiRequest& request) {
   const std::string answer = buildTemplateAnswer(request);
   if (request.kind == AiRequestKind::ChatModeration) {
-    FUZZ_CHECK(answer == "OK");
+    FUZZ_CHECK(answer == kModerationLabels[0]);
     return;
   }
   if (request.kind == AiRequestKind::AntiCheatTriage) {
-    FUZZ_CHECK(answer == "WATCH");
+    FUZZ_CHECK(answer == kTriageLabels[1]);
     return;
   }
   const std::vector<std::string>& results = request.toolResults;
@@ -45,15 +38,16 @@ void checkTemplate(const AiRequest& request) {
 }  // namespace
 }  // namespace tovrin::ai
 
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  tovrin::ai::fuzz::writeWatchdogDictionaryIfAsked();
+  return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
                                       std::size_t size) {
   using namespace tovrin::ai;
   FuzzedDataProvider input(data, size);
-  AiRequest request;
-  request.kind =
-      static_cast<AiRequestKind>(input.ConsumeIntegralInRange<int>(0, 6));
-  request.worldFacts = strings(input);
-  request.toolResults = strings(input);
+  AiRequest request = fuzz::fuzzedRequest(input, 0);
   request.message = input.ConsumeRemainingBytesAsString();
   checkTemplate(request);
   // As the generation loop sees it: after the tools have added their facts.

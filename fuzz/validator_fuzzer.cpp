@@ -20,6 +20,9 @@
 namespace tovrin::ai {
 namespace {
 
+using detail::Rule;
+using detail::reasonCode;
+
 std::size_t rankOf(const std::string& reason) {
   for (std::size_t i = 0; i < std::size(kReasonCodes); ++i) {
     const std::string_view code = kReasonCodes[i];
@@ -29,12 +32,6 @@ std::size_t rankOf(const std::string& reason) {
     if (matches) return i;
   }
   fuzz::fail(reason.c_str(), __FILE__, __LINE__);
-}
-
-std::vector<std::string> strings(FuzzedDataProvider& input) {
-  std::vector<std::string> list(input.ConsumeIntegralInRange<std::size_t>(0, 3));
-  for (std::string& item : list) item = input.ConsumeRandomLengthString(24);
-  return list;
 }
 
 bool contains(const std::vector<std::string>& list, const std::string& item) {
@@ -99,7 +96,7 @@ void checkVerdict(const std::string& answer, const AiRequest& request,
     }
   }
   const std::vector<std::string> inventedReasons =
-      reasonsWith(reasons, "invented_command:");
+      reasonsWith(reasons, reasonCode(Rule::kInventedCommand));
   FUZZ_CHECK(inventedReasons ==
              (invented.empty() ? std::vector<std::string>{}
                                : std::vector<std::string>{invented}));
@@ -110,7 +107,7 @@ void checkVerdict(const std::string& answer, const AiRequest& request,
       missing.push_back(value);
     }
   }
-  FUZZ_CHECK(reasonsWith(reasons, "missing_tool_value:") == missing);
+  FUZZ_CHECK(reasonsWith(reasons, reasonCode(Rule::kMissingToolValue)) == missing);
 
   // The first number equal to no tool result, both comma-normalised.
   std::string unexpected;
@@ -129,7 +126,7 @@ void checkVerdict(const std::string& answer, const AiRequest& request,
     }
   }
   const std::vector<std::string> unexpectedReasons =
-      reasonsWith(reasons, "unexpected_number:");
+      reasonsWith(reasons, reasonCode(Rule::kUnexpectedNumber));
   FUZZ_CHECK(unexpectedReasons ==
              (unexpected.empty() ? std::vector<std::string>{}
                                  : std::vector<std::string>{unexpected}));
@@ -138,17 +135,16 @@ void checkVerdict(const std::string& answer, const AiRequest& request,
 }  // namespace
 }  // namespace tovrin::ai
 
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  tovrin::ai::fuzz::writeWatchdogDictionaryIfAsked();
+  return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
                                       std::size_t size) {
   using namespace tovrin::ai;
   FuzzedDataProvider input(data, size);
-  AiRequest request;
-  request.kind =
-      static_cast<AiRequestKind>(input.ConsumeIntegralInRange<int>(0, 6));
-  request.message = input.ConsumeRandomLengthString(128);
-  request.worldFacts = strings(input);
-  request.allowedCommands = strings(input);
-  request.toolResults = strings(input);
+  const AiRequest request = fuzz::fuzzedRequest(input, 128);
   const std::string answer = input.ConsumeRemainingBytesAsString();
 
   const WatchdogVerdict verdict = validateAnswer(answer, request);

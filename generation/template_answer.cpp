@@ -1,14 +1,20 @@
+#include <span>
 #include <string>
+#include <string_view>
 
 #include "tovrin/ai/generation.hpp"
 #include "tovrin/ai/text.hpp"
+#include "tovrin/ai/watchdog.hpp"
+#include "watchdog/watchdog_tables.hpp"
 
 namespace tovrin::ai {
 
 namespace {
 
-constexpr std::string_view kModerationTemplate = "OK";
-constexpr std::string_view kTriageTemplate = "WATCH";
+// The labels the template gives: moderation lets the message through,
+// triage asks for a look.
+constexpr std::string_view kModerationTemplate = kModerationLabels[0];  // OK
+constexpr std::string_view kTriageTemplate = kTriageLabels[1];         // WATCH
 constexpr std::string_view kRefusalTemplate = "To ti dát nemůžu.";
 
 // Words of the player's message that ask for a number.
@@ -22,19 +28,9 @@ constexpr std::string_view kCoinWords[] = {
     "minc",
 };
 
-// A fact that forbids something, with and without the accent.
-constexpr std::string_view kProhibitionWords[] = {
-    "nesmí",
-    "nesmi",
-};
-
-// Requests the refusal answers; "změň" and "zmen" are left to the watchdog.
-constexpr std::string_view kRequestVerbs[] = {
-    "dej",
-    "přidej",
-    "pridej",
-    "ignoruj",
-};
+// The requests the refusal answers.
+constexpr std::span<const std::string_view> kRefusedVerbs =
+    std::span(detail::kRequestVerbs).first(detail::kRefusedRequestVerbs);
 
 std::string foldedFacts(const std::vector<std::string>& facts) {
   std::string joined;
@@ -68,8 +64,9 @@ std::string buildTemplateAnswer(const AiRequest& request) {
   }
 
   if (!request.worldFacts.empty() &&
-      containsAny(foldedFacts(request.worldFacts), kProhibitionWords) &&
-      containsAny(question, kRequestVerbs)) {
+      containsAny(foldedFacts(request.worldFacts),
+                  detail::kProhibitionWords) &&
+      containsAny(question, kRefusedVerbs)) {
     return std::string(kRefusalTemplate);
   }
   return {};

@@ -1,6 +1,3 @@
-// Phrases are UTF-8 and compared byte for byte; accented and plain spellings
-// are listed separately because nothing folds diacritics.
-#include <array>
 #include <cstddef>
 #include <span>
 #include <string>
@@ -10,67 +7,14 @@
 
 #include "tovrin/ai/text.hpp"
 #include "tovrin/ai/watchdog.hpp"
+#include "watchdog_tables.hpp"
 
 namespace tovrin::ai {
 
 namespace {
 
-// Prompt headings and rule wording that must not come back to the player.
-constexpr std::array<std::string_view, 6> kInstructionLeakPhrases = {
-    "dotaz hráče",
-    "dotaz hrace",
-    "pravidla češtiny",
-    "pravidla cestiny",
-    "fakta herního světa",
-    "fakta herniho sveta",
-};
-
-// Mistakes a small model makes in Czech grammar or in who is speaking.
-constexpr std::array<std::string_view, 7> kBrokenCzechPhrases = {
-    "jsem to pamatuje",
-    "ty mě pomohla",
-    "ty mi pomohla",
-    "můžeš mě nabídnout",
-    "muzes me nabidnout",
-    "pomohl jsem ti",
-    "pomohla jsem ti",
-};
-
-// A fact holding one of these states a prohibition.
-constexpr std::array<std::string_view, 2> kProhibitionWords = {
-    "nesmí",
-    "nesmi",
-};
-
-// A message holding one of these asks for something to be given or changed.
-constexpr std::array<std::string_view, 6> kRequestVerbs = {
-    "dej",
-    "přidej",
-    "pridej",
-    "ignoruj",
-    "změň",
-    "zmen",
-};
-
-// An answer holding one of these refuses.
-constexpr std::array<std::string_view, 7> kRefusalWords = {
-    "nemůžu",
-    "nemohu",
-    "nesmím",
-    "nedám",
-    "nelze",
-    "nemuzes",
-    "nemůžeš",
-};
-
-constexpr std::array<std::string_view, 2> kModerationLabels = {"OK", "WARN"};
-constexpr std::array<std::string_view, 3> kTriageLabels = {"NORMAL", "WATCH",
-                                                           "HIGH"};
-
-constexpr std::size_t kMaxAnswerBytes = 300;
-constexpr std::size_t kMaxShortAnswerBytes = 420;
-// Shorter questions are common words that a fair answer may repeat.
-constexpr std::size_t kMinEchoBytes = 13;
+using detail::Rule;
+using detail::reasonCode;
 
 bool isOneOf(std::string_view text, std::span<const std::string_view> labels) {
   for (std::string_view label : labels) {
@@ -84,7 +28,7 @@ bool echoesQuestion(const std::string& foldedAnswer,
   if (foldedQuestion.empty()) return false;
   if (foldedQuestion == foldedAnswer) return true;
   // Both texts come from outside, so the search must stay linear.
-  return foldedQuestion.size() >= kMinEchoBytes &&
+  return foldedQuestion.size() >= detail::kMinEchoBytes &&
          containsText(foldedAnswer, foldedQuestion);
 }
 
@@ -97,11 +41,14 @@ bool safetyFactEnforced(const std::string& foldedAnswer,
     facts += fact;
     facts += ' ';
   }
-  if (!containsAny(toLowerAscii(std::move(facts)), kProhibitionWords)) {
+  if (!containsAny(toLowerAscii(std::move(facts)),
+                   detail::kProhibitionWords)) {
     return true;
   }
-  if (!containsAny(toLowerAscii(request.message), kRequestVerbs)) return true;
-  return containsAny(foldedAnswer, kRefusalWords);
+  if (!containsAny(toLowerAscii(request.message), detail::kRequestVerbs)) {
+    return true;
+  }
+  return containsAny(foldedAnswer, detail::kRefusalWords);
 }
 
 }  // namespace
@@ -115,30 +62,32 @@ WatchdogVerdict validateAnswer(const std::string& answer,
   WatchdogVerdict verdict;
   std::vector<std::string>& reasons = verdict.reasons;
 
-  if (trimmed.empty()) reasons.emplace_back("empty_answer");
+  if (trimmed.empty()) reasons.emplace_back(reasonCode(Rule::kEmptyAnswer));
 
   const std::size_t limit = request.kind == AiRequestKind::ShortAnswer
-                                ? kMaxShortAnswerBytes
-                                : kMaxAnswerBytes;
-  if (trimmed.size() > limit) reasons.emplace_back("answer_too_long");
+                                ? detail::kMaxShortAnswerBytes
+                                : detail::kMaxAnswerBytes;
+  if (trimmed.size() > limit) {
+    reasons.emplace_back(reasonCode(Rule::kAnswerTooLong));
+  }
 
-  if (containsAny(foldedAnswer, kInstructionLeakPhrases)) {
-    reasons.emplace_back("instruction_leak");
+  if (containsAny(foldedAnswer, detail::kInstructionLeakPhrases)) {
+    reasons.emplace_back(reasonCode(Rule::kInstructionLeak));
   }
   if (echoesQuestion(foldedAnswer, foldedQuestion)) {
-    reasons.emplace_back("question_echo");
+    reasons.emplace_back(reasonCode(Rule::kQuestionEcho));
   }
-  if (containsAny(foldedAnswer, kBrokenCzechPhrases)) {
-    reasons.emplace_back("broken_czech_or_perspective");
+  if (containsAny(foldedAnswer, detail::kBrokenCzechPhrases)) {
+    reasons.emplace_back(reasonCode(Rule::kBrokenCzechOrPerspective));
   }
 
   if (request.kind == AiRequestKind::ChatModeration &&
       !isOneOf(trimmed, kModerationLabels)) {
-    reasons.emplace_back("invalid_moderation_label");
+    reasons.emplace_back(reasonCode(Rule::kInvalidModerationLabel));
   }
   if (request.kind == AiRequestKind::AntiCheatTriage &&
       !isOneOf(trimmed, kTriageLabels)) {
-    reasons.emplace_back("invalid_classification_label");
+    reasons.emplace_back(reasonCode(Rule::kInvalidClassificationLabel));
   }
 
   checkCommands(trimmed, request, verdict);
@@ -146,7 +95,7 @@ WatchdogVerdict validateAnswer(const std::string& answer,
   checkNumbers(trimmed, request, verdict);
 
   if (!safetyFactEnforced(foldedAnswer, request)) {
-    reasons.emplace_back("safety_fact_not_enforced");
+    reasons.emplace_back(reasonCode(Rule::kSafetyFactNotEnforced));
   }
 
   verdict.passed = reasons.empty();

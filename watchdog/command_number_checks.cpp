@@ -7,15 +7,14 @@
 #include "pattern_scanners.hpp"
 #include "tovrin/ai/text.hpp"
 #include "tovrin/ai/watchdog.hpp"
+#include "watchdog_tables.hpp"
 
 namespace tovrin::ai {
 
 namespace {
 
-constexpr std::string_view kSlashCommandForbidden = "slash_command_forbidden";
-constexpr std::string_view kInventedCommand = "invented_command:";
-constexpr std::string_view kMissingToolValue = "missing_tool_value:";
-constexpr std::string_view kUnexpectedNumber = "unexpected_number:";
+using detail::Rule;
+using detail::reasonCode;
 
 // A set keeps an answer full of commands or numbers linear against a long
 // list; a list this short is searched directly, which costs less than
@@ -46,7 +45,7 @@ void checkCommands(const std::string& trimmedAnswer, const AiRequest& request,
   const std::string_view answer = trimmedAnswer;
   if (request.kind == AiRequestKind::ShortAnswer) {
     if (detail::findSlashCommand(answer, 0)) {
-      verdict.reasons.emplace_back(kSlashCommandForbidden);
+      verdict.reasons.emplace_back(reasonCode(Rule::kSlashCommandForbidden));
     }
     return;
   }
@@ -63,7 +62,8 @@ void checkCommands(const std::string& trimmedAnswer, const AiRequest& request,
         shortList ? std::find(list.begin(), list.end(), command) != list.end()
                   : allowed.contains(command);
     if (!known) {
-      verdict.reasons.push_back(withPrefix(kInventedCommand, command));
+      verdict.reasons.push_back(
+          withPrefix(reasonCode(Rule::kInventedCommand), command));
       return;
     }
     pos = match->end;
@@ -85,7 +85,8 @@ void checkToolValues(const std::string& trimmedAnswer,
     const bool present =
         found.empty() ? containsText(trimmedAnswer, value) : found[i];
     if (!present) {
-      verdict.reasons.push_back(withPrefix(kMissingToolValue, value));
+      verdict.reasons.push_back(
+          withPrefix(reasonCode(Rule::kMissingToolValue), value));
     }
   }
 }
@@ -116,7 +117,8 @@ void checkNumbers(const std::string& trimmedAnswer, const AiRequest& request,
             : expected.contains(normalizeDecimalComma(std::string(number)));
     if (!known) {
       verdict.reasons.push_back(withPrefix(
-          kUnexpectedNumber, normalizeDecimalComma(std::string(number))));
+          reasonCode(Rule::kUnexpectedNumber),
+          normalizeDecimalComma(std::string(number))));
       return;
     }
     pos = match->end;

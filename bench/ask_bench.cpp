@@ -49,6 +49,8 @@ void askScripted(benchmark::State& state, bool repair) {
 }  // namespace
 
 void registerAskBenchmarks() {
+  // Processor time, as the loopback exchange it is compared with
+  // (loopback/bareClientCpu).
   benchmark::RegisterBenchmark(
       "ask/scripted/accepted",
       [](benchmark::State& state) { askScripted(state, false); });

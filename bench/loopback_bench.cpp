@@ -1,7 +1,9 @@
 // The default transport against a server on 127.0.0.1: a whole ask beside a
 // bare client that does only the same connect, send, receive and close
 // (apart, and in turns within one benchmark), and asks from 1, 2, 4 and 8
-// threads at once against a server that holds each answer 20 ms.
+// threads at once: against a server that answers at once, beside bare
+// clients from as many threads (a lock in ask would show there), and against
+// one that holds each answer 20 ms.
 #include <array>
 #include <chrono>
 #include <cstddef>
@@ -33,6 +35,12 @@ std::string acceptedResponse() {
 BenchServer& immediateServer() {
   static BenchServer server(acceptedResponse(), std::chrono::milliseconds(0),
                             0);
+  return server;
+}
+
+BenchServer& immediateParallelServer() {
+  static BenchServer server(acceptedResponse(), std::chrono::milliseconds(0),
+                            kMaxThreads);
   return server;
 }
 
@@ -178,18 +186,59 @@ void askFromThreads(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 
+void askFromThreadsAtOnce(benchmark::State& state) {
+  static const AiRuntime runtime =
+      httpRuntime(immediateParallelServer().endpoint());
+  const AiRequest request = typicalRequest();
+  for (auto _ : state) {
+    if (!runtime.ask(request).ok) {
+      state.SkipWithError("an ask from several threads failed");
+      break;
+    }
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
+void bareClientsFromThreads(benchmark::State& state) {
+  BenchServer& server = immediateParallelServer();
+  const std::string request =
+      typicalRequestBytes(httpRuntime(server.endpoint()));
+  std::string response;
+  response.reserve(8192);
+  for (auto _ : state) {
+    if (bareExchange(server.port(), request, response) == 0) {
+      state.SkipWithError("a bare exchange from several threads failed");
+      break;
+    }
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
 }  // namespace
 
 void registerLoopbackBenchmarks() {
   benchmark::RegisterBenchmark("loopback/bareClient", bareClient)
       ->UseRealTime();
+  // The same exchange in the calling thread's processor time, the baseline
+  // of figures measured that way.
+  benchmark::RegisterBenchmark("loopback/bareClientCpu", bareClient);
   benchmark::RegisterBenchmark("loopback/ask", askOverHttp)->UseRealTime();
   benchmark::RegisterBenchmark("loopback/paired", pairedExchanges)
       ->UseRealTime();
   auto* threads =
       benchmark::RegisterBenchmark("loopback/askHeld20ms", askFromThreads);
-  for (int n = 1; n <= kMaxThreads; n *= 2) threads->Threads(n);
+  auto* atOnce =
+      benchmark::RegisterBenchmark("loopback/askAtOnce", askFromThreadsAtOnce);
+  auto* bare = benchmark::RegisterBenchmark("loopback/bareAtOnce",
+                                            bareClientsFromThreads);
+  for (int n = 1; n <= kMaxThreads; n *= 2) {
+    threads->Threads(n);
+    atOnce->Threads(n);
+    bare->Threads(n);
+  }
   threads->UseRealTime();
+  atOnce->UseRealTime();
+  bare->UseRealTime();
 }
 
 }  // namespace tovrin::ai::bench

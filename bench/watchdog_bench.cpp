@@ -1,12 +1,12 @@
 // validateAnswer beside the same checks written with std::regex, compiled
 // once (the kindest baseline) and on every call; and the tool-value check on
 // a 1 MiB answer against thousands of tool results.
+#include <benchmark/benchmark.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
-
-#include <benchmark/benchmark.h>
 
 #include "bench/alloc_counter.hpp"
 #include "bench/bench_inputs.hpp"
@@ -128,7 +128,8 @@ void registerWatchdogBenchmarks() {
                                searchEachToolValueOnMebibyte)
       ->Arg(100)
       ->Unit(benchmark::kMillisecond);
-  benchmark::RegisterBenchmark("watchdog/toolValues/1MiB", checkToolValuesOnMebibyte)
+  benchmark::RegisterBenchmark("watchdog/toolValues/1MiB",
+                               checkToolValuesOnMebibyte)
       ->Arg(1)
       ->Arg(400)
       ->Arg(4000)
@@ -138,11 +139,10 @@ void registerWatchdogBenchmarks() {
     benchmark::RegisterBenchmark(
         ("watchdog/validateAnswer/" + answer->name).c_str(),
         [answer](benchmark::State& state) { validate(state, answer); });
-    benchmark::RegisterBenchmark(
-        ("watchdog/regexOnce/" + answer->name).c_str(),
-        [answer](benchmark::State& state) {
-          validateWithRegexOnce(state, answer);
-        });
+    benchmark::RegisterBenchmark(("watchdog/regexOnce/" + answer->name).c_str(),
+                                 [answer](benchmark::State& state) {
+                                   validateWithRegexOnce(state, answer);
+                                 });
     benchmark::RegisterBenchmark(
         ("watchdog/regexPerCall/" + answer->name).c_str(),
         [answer](benchmark::State& state) {

@@ -1,7 +1,8 @@
 # Builds and runs examples/embed the two ways a game uses the library:
 # against the installed package (find_package) and from the sources
 # (add_subdirectory). Run with cmake -P; expects BUILD_DIR, SOURCE_DIR,
-# WORK_DIR, GENERATOR, CXX_COMPILER, CXX_FLAGS and LINKER_FLAGS.
+# WORK_DIR, GENERATOR, CXX_COMPILER, CXX_FLAGS, LINKER_FLAGS, EXE_SUFFIX and
+# PROGRAMS (the programs this build installs, separated by commas).
 file(REMOVE_RECURSE "${WORK_DIR}")
 
 function(run_step)
@@ -23,7 +24,7 @@ function(build_and_run name)
     "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}" "-DCMAKE_EXE_LINKER_FLAGS=${LINKER_FLAGS}"
     ${ARGN})
   run_step(${CMAKE_COMMAND} --build "${dir}")
-  execute_process(COMMAND "${dir}/embed" "${endpoint}"
+  execute_process(COMMAND "${dir}/embed${EXE_SUFFIX}" "${endpoint}"
     RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
   if(NOT status EQUAL 0 OR NOT out STREQUAL expected)
     message(FATAL_ERROR "${name}: status ${status}, output:\n${out}${err}")
@@ -32,8 +33,12 @@ function(build_and_run name)
 endfunction()
 
 run_step(${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix "${WORK_DIR}/prefix")
-foreach(file include/tovrin/ai.hpp bin/tovrin-ai bin/tovrin-ai-eval
-        share/tovrin-ai/assets/ai/czech_helper_cs.txt)
+set(installed include/tovrin/ai.hpp share/tovrin-ai/assets/ai/czech_helper_cs.txt)
+string(REPLACE "," ";" PROGRAMS "${PROGRAMS}")
+foreach(program IN LISTS PROGRAMS)
+  list(APPEND installed "bin/${program}${EXE_SUFFIX}")
+endforeach()
+foreach(file IN LISTS installed)
   if(NOT EXISTS "${WORK_DIR}/prefix/${file}")
     message(FATAL_ERROR "not installed: ${file}")
   endif()

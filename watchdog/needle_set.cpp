@@ -20,7 +20,8 @@ class NeedleAutomaton {
     rootMoves_.fill(kNone);
     addNode();
     endNode_.reserve(needles.size());
-    for (const std::string& needle : needles) endNode_.push_back(insert(needle));
+    for (const std::string& needle : needles)
+      endNode_.push_back(insert(needle));
     linkFailures();
   }
 
@@ -99,7 +100,8 @@ class NeedleAutomaton {
   // complete before the node itself.
   void linkFailures() {
     std::deque<int> queue;
-    for (int child = firstChild_[0]; child != kNone; child = nextSibling_[child]) {
+    for (int child = firstChild_[0]; child != kNone;
+         child = nextSibling_[child]) {
       queue.push_back(child);
     }
     while (!queue.empty()) {
@@ -123,7 +125,8 @@ class NeedleAutomaton {
   std::array<int, 256> rootMoves_;
   std::unordered_map<std::uint64_t, int> moves_;
   std::vector<int> failure_;
-  std::vector<int> output_;  // deepest node on the failure chain that ends a needle
+  std::vector<int>
+      output_;  // deepest node on the failure chain that ends a needle
   std::vector<int> firstChild_;
   std::vector<int> nextSibling_;
   std::vector<unsigned char> label_;

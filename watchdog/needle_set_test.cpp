@@ -1,13 +1,14 @@
 // The one-pass search over many tool results must give what searching for
 // each result on its own gives.
+#include "needle_set.hpp"
+
+#include <gtest/gtest.h>
+
 #include <cstddef>
 #include <random>
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
-
-#include "needle_set.hpp"
 #include "tovrin/ai/text.hpp"
 #include "tovrin/ai/watchdog.hpp"
 
@@ -42,8 +43,8 @@ TEST(FindNeedles, AgreesWithContainsTextOnGeneratedCases) {
 
 // The reasons the validator gave before the one-pass search: one
 // containsText per non-empty tool result, in list order.
-std::vector<std::string> reasonsOneByOne(const std::string& answer,
-                                         const std::vector<std::string>& values) {
+std::vector<std::string> reasonsOneByOne(
+    const std::string& answer, const std::vector<std::string>& values) {
   std::vector<std::string> reasons;
   for (const std::string& value : values) {
     if (!value.empty() && !containsText(answer, value)) {

@@ -114,7 +114,7 @@ const char* const kSevenCasesReport = R"({
 "mode": "model", "input": "cases.jsonl",
 "settings": {"endpoint": "@", "model": "loopback-model",
   "fallbackEndpoint": "", "fallbackModel": "", "timeoutMs": 5000,
-  "temperature": 0.2, "topP": 0.5, "helper": "", "repeat": 1, "concurrency": 1},
+  "temperature": 0.2, "topP": 0.5, "helper": null, "repeat": 1, "concurrency": 1},
 "summary": {
   "overall": {"requests": 7, "acceptedModel": 3, "acceptedTemplate": 2, "rejected": 1, "transportFailures": 1, "transportCalls": 10, "failedTransportCalls": 2, "latencyMs": {"p50": 0, "p90": 0, "p99": 0, "max": 0}},
   "byKind": {
@@ -129,27 +129,20 @@ const char* const kSevenCasesReport = R"({
     "moderace": {"requests": 2, "acceptedModel": 2, "acceptedTemplate": 0, "rejected": 0, "transportFailures": 0, "transportCalls": 3, "failedTransportCalls": 0, "latencyMs": {"p50": 0, "p90": 0, "p99": 0, "max": 0}},
     "počty": {"requests": 1, "acceptedModel": 0, "acceptedTemplate": 1, "rejected": 0, "transportFailures": 0, "transportCalls": 2, "failedTransportCalls": 0, "latencyMs": {"p50": 0, "p90": 0, "p99": 0, "max": 0}},
     "příkazy": {"requests": 1, "acceptedModel": 0, "acceptedTemplate": 0, "rejected": 1, "transportFailures": 0, "transportCalls": 2, "failedTransportCalls": 0, "latencyMs": {"p50": 0, "p90": 0, "p99": 0, "max": 0}}},
-  "reasons": {
-    "empty_answer": {"firstAttempt": 0, "final": 0},
-    "answer_too_long": {"firstAttempt": 0, "final": 0},
-    "instruction_leak": {"firstAttempt": 0, "final": 0},
-    "question_echo": {"firstAttempt": 0, "final": 0},
-    "broken_czech_or_perspective": {"firstAttempt": 0, "final": 0},
-    "invalid_moderation_label": {"firstAttempt": 1, "final": 0},
-    "invalid_classification_label": {"firstAttempt": 0, "final": 0},
-    "slash_command_forbidden": {"firstAttempt": 0, "final": 0},
-    "invented_command:": {"firstAttempt": 1, "final": 1},
-    "missing_tool_value:": {"firstAttempt": 1, "final": 0},
-    "unexpected_number:": {"firstAttempt": 1, "final": 1},
-    "safety_fact_not_enforced": {"firstAttempt": 0, "final": 0}},
+  "reasons": {"empty_answer": {"firstAttempt": 0, "final": 0}, "answer_too_long": {"firstAttempt": 0, "final": 0},
+    "instruction_leak": {"firstAttempt": 0, "final": 0}, "question_echo": {"firstAttempt": 0, "final": 0},
+    "broken_czech_or_perspective": {"firstAttempt": 0, "final": 0}, "invalid_moderation_label": {"firstAttempt": 1, "final": 0},
+    "invalid_classification_label": {"firstAttempt": 0, "final": 0}, "slash_command_forbidden": {"firstAttempt": 0, "final": 0},
+    "invented_command:": {"firstAttempt": 1, "final": 1}, "missing_tool_value:": {"firstAttempt": 1, "final": 0},
+    "unexpected_number:": {"firstAttempt": 1, "final": 1}, "safety_fact_not_enforced": {"firstAttempt": 0, "final": 0}},
   "labels": {
-    "ChatModeration": {"lines": 2, "correct": 1, "accuracy": 0.5, "matrix": {
-      "OK": {"OK": 1, "WARN": 0, "none": 0}, "WARN": {"OK": 1, "WARN": 0, "none": 0}}},
-    "AntiCheatTriage": {"lines": 1, "correct": 0, "accuracy": 0.0, "matrix": {
-      "NORMAL": {"NORMAL": 0, "WATCH": 0, "HIGH": 0, "none": 0},
-      "WATCH": {"NORMAL": 0, "WATCH": 0, "HIGH": 0, "none": 0},
-      "HIGH": {"NORMAL": 0, "WATCH": 1, "HIGH": 0, "none": 0}}}},
-  "expectedAnswers": {"lines": 1, "matched": 1}},
+    "ChatModeration": {"lines": 2, "fromTemplate": 0,
+      "modelOwn": {"correct": 1, "accuracy": 0.5, "matrix": {"OK": {"OK": 1, "WARN": 0, "none": 0}, "WARN": {"OK": 1, "WARN": 0, "none": 0}}},
+      "gameReceives": {"correct": 1, "accuracy": 0.5, "matrix": {"OK": {"OK": 1, "WARN": 0, "none": 0}, "WARN": {"OK": 1, "WARN": 0, "none": 0}}}},
+    "AntiCheatTriage": {"lines": 1, "fromTemplate": 1,
+      "modelOwn": {"correct": 0, "accuracy": 0.0, "matrix": {"NORMAL": {"NORMAL": 0, "WATCH": 0, "HIGH": 0, "none": 0}, "WATCH": {"NORMAL": 0, "WATCH": 0, "HIGH": 0, "none": 0}, "HIGH": {"NORMAL": 0, "WATCH": 0, "HIGH": 0, "none": 1}}},
+      "gameReceives": {"correct": 0, "accuracy": 0.0, "matrix": {"NORMAL": {"NORMAL": 0, "WATCH": 0, "HIGH": 0, "none": 0}, "WATCH": {"NORMAL": 0, "WATCH": 0, "HIGH": 0, "none": 0}, "HIGH": {"NORMAL": 0, "WATCH": 1, "HIGH": 0, "none": 0}}}}},
+  "expectedAnswers": {"lines": 1, "matchedByModel": 0, "matchedForGame": 1}},
 "results": [
  {"line": 1, "run": 1, "kind": "NpcDialogue", "tags": ["hostinec"], "message": "Kolik stojí pivo?",
   "outcome": "model", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 0,
@@ -222,7 +215,7 @@ TEST(EvalTool, JsonReportHoldsEveryRunAndTheSummary) {
   EXPECT_EQ(
       result.out.substr(0, result.out.find("\n\n")),
       "tovrin-ai-eval: 7 requests from 7 lines, model loopback-model at " +
-          server.endpoint());
+          server.endpoint() + ", no helper text");
   EXPECT_NE(
       result.out.find("\nall                                     7         3"
                       "         2         1         1        10"),
@@ -411,31 +404,78 @@ TEST(EvalTool, ReplayTableReadsAsWritten) {
             "  line 3: slash_command_forbidden\n");
 }
 
-TEST(EvalTool, BadInputStopsBeforeAnyModelCall) {
+// Every refusal ends the tool with status 2 and a line naming the problem
+// before any model call. Each row runs against a server that counts the
+// connections; a later --endpoint in a row replaces the server's.
+TEST(EvalTool, RefusalsStopBeforeAnyModelCall) {
+  struct Row {
+    const char* name;
+    std::vector<std::string> args;
+    std::string firstErrorLine;  // after "tovrin-ai-eval: " unless a file's
+  };
+  const std::string http = "http://127.0.0.1";
+  const Row rows[] = {
+      {"no_input", {"--replay"}, "no input file"},
+      {"two_inputs", {"in.jsonl", "b.jsonl"}, "only one input file: b.jsonl"},
+      {"misspelt_option", {"--modle", "m", "in.jsonl"}, "unknown option: --modle"},
+      {"single_dash_option", {"-x", "in.jsonl"}, "unknown option: -x"},
+      {"value_missing_at_end", {"in.jsonl", "--model"}, "--model needs a value"},
+      {"flag_with_value", {"--replay=yes", "in.jsonl"}, "--replay takes no value"},
+      {"timeout_with_unit", {"--timeout", "5s", "in.jsonl"}, "bad value for --timeout: 5s"},
+      {"timeout_zero", {"--timeout", "0", "in.jsonl"}, "bad value for --timeout: 0"},
+      {"top_p_above_one", {"--top-p", "1.5", "in.jsonl"}, "bad value for --top-p: 1.5"},
+      {"temperature_nan", {"--temperature", "nan", "in.jsonl"}, "bad value for --temperature: nan"},
+      {"temperature_comma", {"--temperature", "0,3", "in.jsonl"}, "bad value for --temperature: 0,3"},
+      {"repeat_zero", {"--repeat", "0", "in.jsonl"}, "bad value for --repeat: 0 (1 to 1000)"},
+      {"repeat_huge", {"--repeat=4000000000", "in.jsonl"}, "bad value for --repeat: 4000000000 (1 to 1000)"},
+      {"repeat_overflow", {"--repeat", "99999999999999999999", "in.jsonl"}, "bad value for --repeat: 99999999999999999999 (1 to 1000)"},
+      {"concurrency_zero", {"--concurrency", "0", "in.jsonl"}, "bad value for --concurrency: 0 (1 to 64)"},
+      {"concurrency_above_limit", {"--concurrency=65", "in.jsonl"}, "bad value for --concurrency: 65 (1 to 64)"},
+      {"endpoint_empty", {"--endpoint=", "in.jsonl"}, "bad value for --endpoint: : AI endpoint must use http://"},
+      {"endpoint_ftp", {"--endpoint", "ftp://x", "in.jsonl"}, "bad value for --endpoint: ftp://x: AI endpoint must use http://"},
+      {"endpoint_https", {"--endpoint", "https://x/v1", "in.jsonl"}, "bad value for --endpoint: https://x/v1: AI endpoint must use http://"},
+      {"endpoint_no_host", {"--endpoint", "http://:80/v1", "in.jsonl"}, "bad value for --endpoint: http://:80/v1: Invalid AI endpoint URL"},
+      {"port_too_big", {"--endpoint", http + ":99999/v1", "in.jsonl"}, "bad value for --endpoint: " + http + ":99999/v1: port must be a number from 1 to 65535"},
+      {"port_not_a_number", {"--endpoint", http + ":abc/v1", "in.jsonl"}, "bad value for --endpoint: " + http + ":abc/v1: port must be a number from 1 to 65535"},
+      {"port_zero", {"--endpoint", http + ":0", "in.jsonl"}, "bad value for --endpoint: " + http + ":0: port must be a number from 1 to 65535"},
+      {"fallback_endpoint_alone", {"--fallback-endpoint", http + ":1", "in.jsonl"}, "--fallback-endpoint and --fallback-model go together"},
+      {"fallback_model_alone", {"--fallback-model", "m", "in.jsonl"}, "--fallback-endpoint and --fallback-model go together"},
+      {"fallback_port_bad", {"--fallback-endpoint", http + ":70000", "--fallback-model", "m", "in.jsonl"}, "bad value for --fallback-endpoint: " + http + ":70000: port must be a number from 1 to 65535"},
+      {"both_reports_to_stdout", {"--json", "-", "--html", "-", "in.jsonl"}, "only one of --json and --html can go to standard output"},
+      {"input_directory", {"sub"}, "sub is a directory"},
+      {"input_missing", {"absent.jsonl"}, "cannot read absent.jsonl"},
+      {"input_empty", {"empty.jsonl"}, "empty.jsonl holds no request"},
+      {"input_blank_lines", {"blank.jsonl"}, "blank.jsonl holds no request"},
+      {"json_names_input", {"--json", "in.jsonl", "in.jsonl"}, "--json names the input file in.jsonl"},
+      {"json_names_input_otherwise", {"--json=sub/../in.jsonl", "./in.jsonl"}, "--json names the input file ./in.jsonl"},
+      {"html_names_input", {"--html", "in.jsonl", "in.jsonl"}, "--html names the input file in.jsonl"},
+      {"reports_share_a_file", {"--json", "r", "--html", "./r", "in.jsonl"}, "--json and --html name the same file r"},
+      {"bad_lines", {"bad.jsonl"}, "bad.jsonl:2: unknown field \"worldfacts\""},
+  };
   const test::LoopbackServer server({test::chatCompletionStep("OK")});
   const EvalRun run;
-  run.write("in.jsonl",
+  run.write("in.jsonl", "{\"message\": \"a\"}\n");
+  run.write("empty.jsonl", "");
+  run.write("blank.jsonl", "\n  \r\n\t\n");
+  run.write("bad.jsonl",
             "{\"message\": \"a\"}\n"
             "{\"message\": \"b\", \"worldfacts\": [\"x\"]}\n"
-            "{\"message\": \"c\", \"kind\": \"ChatModeration\", \"expected\": "
-            "\"ok\"}\n");
-  const test::ProcessResult result =
-      run.run({"--endpoint", server.endpoint(), "in.jsonl"});
-  EXPECT_EQ(result.exitStatus, 2);
-  EXPECT_EQ(result.out, "");
-  EXPECT_EQ(result.err,
-            "in.jsonl:2: unknown field \"worldfacts\"\n"
-            "in.jsonl:3: expected must be a label of ChatModeration\n");
-  EXPECT_TRUE(server.requests().empty());
-
-  const test::ProcessResult missing = run.run({"absent.jsonl"});
-  EXPECT_EQ(missing.exitStatus, 2);
-  EXPECT_EQ(missing.err, "tovrin-ai-eval: cannot read absent.jsonl\n");
-
-  const test::ProcessResult badOption = run.run({"--repeat", "0", "in.jsonl"});
-  EXPECT_EQ(badOption.exitStatus, 2);
-  EXPECT_EQ(badOption.err.substr(0, badOption.err.find('\n')),
-            "tovrin-ai-eval: bad value for --repeat: 0");
+            "{\"message\": \"c\", \"kind\": 4, \"expected\": \"ok\"}\n");
+  fs::create_directories(run.dir() / "sub");
+  for (const Row& row : rows) {
+    std::vector<std::string> args{"--endpoint", server.endpoint()};
+    args.insert(args.end(), row.args.begin(), row.args.end());
+    const test::ProcessResult result = run.run(args);
+    EXPECT_EQ(result.exitStatus, 2) << row.name;
+    EXPECT_EQ(result.out, "") << row.name;
+    const std::string firstLine = result.err.substr(0, result.err.find('\n'));
+    EXPECT_EQ(firstLine, row.name == std::string("bad_lines")
+                             ? row.firstErrorLine
+                             : "tovrin-ai-eval: " + row.firstErrorLine)
+        << row.name;
+    EXPECT_TRUE(server.requests().empty()) << row.name;
+    EXPECT_FALSE(fs::exists(run.dir() / "r")) << row.name;
+  }
 }
 
 }  // namespace

@@ -125,27 +125,45 @@ void writeReasons(std::ostream& out, const Summary& summary, bool replay) {
   if (!any) out << "\nno watchdog rule fired\n";
 }
 
-void writeLabels(std::ostream& out, const Summary& summary) {
-  for (const LabelSummary& labels : summary.labels) {
-    out << '\n'
-        << kindName(labels.kind) << ": " << labels.correct << " of "
-        << labels.lines << " labels right ("
-        << percent(labels.correct, labels.lines) << ")\n";
-    out << "  " << left("expected \\ given", kNameWidth - 2);
-    for (const std::string& label : labels.labels) out << right(label);
-    out << right(kNoLabel) << '\n';
-    for (std::size_t row = 0; row < labels.labels.size(); ++row) {
-      out << "  " << left(labels.labels[row], kNameWidth - 2);
-      for (std::size_t count : labels.matrix[row]) {
-        out << right(std::to_string(count));
-      }
-      out << '\n';
+void writeMatrix(std::ostream& out, const LabelSummary& labels,
+                 const LabelScore& score, std::string_view whose) {
+  out << '\n'
+      << kindName(labels.kind) << whose << ": " << score.correct << " of "
+      << labels.lines << " labels right ("
+      << percent(score.correct, labels.lines) << ")\n";
+  out << "  " << left("expected \\ given", kNameWidth - 2);
+  for (const std::string& label : labels.labels) out << right(label);
+  out << right(kNoLabel) << '\n';
+  for (std::size_t row = 0; row < labels.labels.size(); ++row) {
+    out << "  " << left(labels.labels[row], kNameWidth - 2);
+    for (std::size_t count : score.matrix[row]) {
+      out << right(std::to_string(count));
     }
+    out << '\n';
   }
-  if (summary.expectedAnswers > 0) {
-    out << "\nexpected answers: " << summary.matchedAnswers << " of "
-        << summary.expectedAnswers << " matched\n";
+}
+
+// Replayed answers all come from the model, so one score says it all.
+void writeLabels(std::ostream& out, const Summary& summary, bool replay) {
+  for (const LabelSummary& labels : summary.labels) {
+    if (replay) {
+      writeMatrix(out, labels, labels.model, "");
+      continue;
+    }
+    writeMatrix(out, labels, labels.model, ", the model's own answers");
+    writeMatrix(out, labels, labels.game,
+                ", what the game receives (" +
+                    std::to_string(labels.templateAnswers) +
+                    " from the template)");
   }
+  const AnswerScore& answers = summary.expectedAnswers;
+  if (answers.lines == 0) return;
+  out << "\nexpected answers: " << answers.matchedByModel << " of "
+      << answers.lines << " matched by the model";
+  if (!replay) {
+    out << ", " << answers.matchedForGame << " in what the game receives";
+  }
+  out << '\n';
 }
 
 void writeMisses(std::ostream& out, const std::vector<EvalCase>& cases,
@@ -164,6 +182,10 @@ void writeMisses(std::ostream& out, const std::vector<EvalCase>& cases,
     switch (result.outcome) {
       case Outcome::kTemplate:
         out << "template";
+        // A template label passes for an answer: "OK" lets a message through.
+        if (!labelsOf(cases[result.caseIndex].request.kind).empty()) {
+          out << " " << result.response.answer;
+        }
         if (!result.finalReasons.empty()) {
           out << ", the model's last answer: " << joined(result.finalReasons);
         }
@@ -208,11 +230,13 @@ void writeTable(std::ostream& out, const EvalOptions& options,
       out << ", fallback " << options.fallbackModel << " at "
           << options.fallbackEndpoint;
     }
+    out << (options.helperPath.empty() ? ", no helper text"
+                                       : ", helper text " + options.helperPath);
     out << "\n\n";
   }
   writeGroups(out, summary, options.replay);
   writeReasons(out, summary, options.replay);
-  writeLabels(out, summary);
+  writeLabels(out, summary, options.replay);
   writeMisses(out, cases, results, options.replay);
 }
 

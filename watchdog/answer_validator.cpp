@@ -63,10 +63,6 @@ constexpr std::array<std::string_view, 7> kRefusalWords = {
     "nemůžeš",
 };
 
-constexpr std::array<std::string_view, 2> kModerationLabels = {"OK", "WARN"};
-constexpr std::array<std::string_view, 3> kTriageLabels = {"NORMAL", "WATCH",
-                                                           "HIGH"};
-
 constexpr std::size_t kMaxAnswerBytes = 300;
 constexpr std::size_t kMaxShortAnswerBytes = 420;
 // Shorter questions are common words that a fair answer may repeat.

@@ -39,6 +39,10 @@ inline constexpr std::string_view kReasonCodes[] = {
     "safety_fact_not_enforced",
 };
 
+// The labels a moderation and a triage answer may consist of.
+inline constexpr std::string_view kModerationLabels[] = {"OK", "WARN"};
+inline constexpr std::string_view kTriageLabels[] = {"NORMAL", "WATCH", "HIGH"};
+
 // The watchdog's result. passed is true exactly when reasons is empty.
 struct WatchdogVerdict {
   bool passed = true;

@@ -330,6 +330,59 @@ TEST(EvalTool, ReadmeExampleRunsOnTheSamples) {
   }
 }
 
+// A real browser renders the page of the sample run: the summary figures,
+// one chart per watchdog rule and the model's name (escaped, in UTF-8) are
+// there, and a screenshot is left in the build folder to look at.
+TEST(EvalTool, HtmlReportRendersInChromium) {
+  const fs::path chromium = "/usr/bin/chromium";
+  if (test::runningUnderWine() || !fs::exists(chromium)) {
+    GTEST_SKIP() << "no " << chromium << " to render the report in";
+  }
+  const test::LoopbackServer server({test::chatCompletionStep("OK")});
+  const EvalRun run;
+  const fs::path source = TOVRIN_AI_SOURCE_DIR;
+  const test::ProcessResult eval =
+      run.run({"--endpoint", server.endpoint(), "--model", "Qwen č<1>",
+               "--helper", (source / "assets/ai/czech_helper_cs.txt").string(),
+               "--html", "report.html",
+               (source / "examples/eval/requests.jsonl").string()});
+  ASSERT_EQ(eval.exitStatus, 0) << eval.err;
+
+  auto browse = [&](const std::string& profile, const std::string& action) {
+    return test::runProcess(
+        chromium,
+        {"--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",
+         "--no-first-run", "--disable-background-networking",
+         "--disable-component-update", "--disable-sync",
+         "--user-data-dir=" + (run.dir() / profile).string(),
+         "--window-size=1200,2000", action,
+         "file://" + (run.dir() / "report.html").string()},
+        run.dir());
+  };
+  const test::ProcessResult dom = browse("profile-dom", "--dump-dom");
+  ASSERT_EQ(dom.exitStatus, 0) << dom.err;
+  EXPECT_NE(dom.out.find("<th>all</th><td>33</td><td>20</td><td>13</td>"
+                         "<td>0</td><td>0</td><td>46</td>"),
+            std::string::npos)
+      << dom.out;
+  std::size_t charts = 0;
+  for (std::size_t at = 0;
+       (at = dom.out.find("<svg class=\"rule-chart\"", at)) != std::string::npos;
+       ++at) {
+    ++charts;
+  }
+  EXPECT_EQ(charts, std::size(kReasonCodes));
+  EXPECT_NE(dom.out.find("<h1>tovrin-ai-eval: Qwen č&lt;1&gt;</h1>"),
+            std::string::npos);
+
+  const fs::path picture = fs::path(TOVRIN_AI_BINARY_DIR) / "eval_report.png";
+  fs::remove(picture);
+  const test::ProcessResult shot =
+      browse("profile-shot", "--screenshot=" + picture.string());
+  EXPECT_EQ(shot.exitStatus, 0) << shot.err;
+  EXPECT_GT(fs::exists(picture) ? fs::file_size(picture) : 0, 0u);
+}
+
 TEST(EvalTool, ReplayGivesTheVerdictsOfValidateAnswer) {
   const fs::path samples =
       fs::path(TOVRIN_AI_SOURCE_DIR) / "examples" / "eval" / "requests.jsonl";

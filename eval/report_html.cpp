@@ -23,8 +23,9 @@ th,td{padding:.2em .7em;border-bottom:1px solid #ddd;text-align:right;vertical-a
 th:first-child,td.text{text-align:left}td.text{max-width:30em}
 .first{fill:#4a78b5}.final{fill:#d9822b}.hist{fill:#6a9a5b}
 .key{display:inline-block;width:.9em;height:.9em;margin:0 .3em 0 1em}
-.histograms{display:flex;flex-wrap:wrap;gap:1.5em}
+.histograms,.matrices{display:flex;flex-wrap:wrap;gap:1.5em 3em}
 figure{margin:0}figcaption{font-weight:bold}
+#misses th,#misses td{text-align:left}
 </style>
 </head>
 <body>
@@ -193,10 +194,11 @@ std::string latencyHistograms(const std::vector<EvalCase>& cases,
 // expected, orange where it does not.
 std::string matrixTable(const LabelSummary& labels, const LabelScore& score,
                         const std::string& caption) {
-  std::string out = "<table class=\"matrix\"><caption>" + escape(caption) +
-                    ": " + std::to_string(score.correct) + " of " +
+  std::string out = "<figure><figcaption>" + escape(caption) + "<br>" +
+                    std::to_string(score.correct) + " of " +
                     std::to_string(labels.lines) + " right (" +
-                    percent(score.correct, labels.lines) + ")</caption>\n";
+                    percent(score.correct, labels.lines) +
+                    ")</figcaption>\n<table class=\"matrix\">\n";
   std::vector<std::string> heading{"expected \\ given"};
   for (const std::string& label : labels.labels) heading.push_back(label);
   heading.emplace_back(kNoLabel);
@@ -214,7 +216,7 @@ std::string matrixTable(const LabelSummary& labels, const LabelScore& score,
     }
     out += "</tr>\n";
   }
-  return out + "</table>\n";
+  return out + "</table></figure>\n";
 }
 
 std::string labelSection(const Summary& summary, bool replay) {
@@ -225,11 +227,13 @@ std::string labelSection(const Summary& summary, bool replay) {
       out += matrixTable(labels, labels.model, kind);
       continue;
     }
-    out += matrixTable(labels, labels.model, kind + ", the model's own answers");
-    out += matrixTable(labels, labels.game,
+    out += "<div class=\"matrices\">" +
+           matrixTable(labels, labels.model, kind + ", the model's own answers") +
+           matrixTable(labels, labels.game,
                        kind + ", what the game receives (" +
                            std::to_string(labels.templateAnswers) +
-                           " from the template)");
+                           " from the template)") +
+           "</div>\n";
   }
   const AnswerScore& answers = summary.expectedAnswers;
   if (answers.lines > 0) {
@@ -257,8 +261,8 @@ std::string missesTable(const std::vector<EvalCase>& cases,
                         const std::vector<EvalResult>& results) {
   std::string out = "<table id=\"misses\">\n" +
                     row({"line", "run", "kind", "outcome", "message",
-                         "the game got", "rules of the last model answer",
-                         "error"},
+                         "expected", "the game got",
+                         "rules of the last model answer", "error"},
                         true);
   bool any = false;
   for (const EvalResult& result : results) {
@@ -270,6 +274,7 @@ std::string missesTable(const std::vector<EvalCase>& cases,
            escape(kindName(evalCase.request.kind)) + "</td><td class=\"text\">" +
            escape(outcomeName(result.outcome)) + "</td><td class=\"text\">" +
            escape(evalCase.request.message) + "</td><td class=\"text\">" +
+           escape(evalCase.expected.value_or("")) + "</td><td class=\"text\">" +
            (result.response.ok ? escape(result.response.answer) : "nothing") +
            "</td><td class=\"text\">" + escape(joined(result.finalReasons)) +
            "</td><td class=\"text\">" + escape(result.response.error) +

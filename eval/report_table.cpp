@@ -183,8 +183,12 @@ void writeMisses(std::ostream& out, const std::vector<EvalCase>& cases,
       case Outcome::kTemplate:
         out << "template";
         // A template label passes for an answer: "OK" lets a message through.
-        if (!labelsOf(cases[result.caseIndex].request.kind).empty()) {
+        if (const EvalCase& evalCase = cases[result.caseIndex];
+            !labelsOf(evalCase.request.kind).empty()) {
           out << " " << result.response.answer;
+          if (evalCase.expected && *evalCase.expected != result.response.answer) {
+            out << " (expected " << *evalCase.expected << ")";
+          }
         }
         if (!result.finalReasons.empty()) {
           out << ", the model's last answer: " << joined(result.finalReasons);

@@ -56,38 +56,20 @@ class EvalRun {
   fs::path dir_;
 };
 
-// Checks every latency of the report (they vary from run to run) and sets
-// them to 0, so that the rest can be compared with literal values.
-void checkAndClearLatencies(Json& report) {
-  std::vector<double> runs;
+// Latencies vary from run to run (their percentiles have tests of their
+// own); they are set to 0 so that the rest compares with literal values.
+void clearLatencies(Json& report) {
   for (Json& result : report["results"]) {
-    runs.push_back(result["latencyMs"].get<double>());
-    EXPECT_GE(runs.back(), 0.0);
+    EXPECT_GE(result["latencyMs"].get<double>(), 0.0);
     result["latencyMs"] = 0;
   }
-  auto clear = [&](Json& group, const std::string& name) {
-    Json& latency = group["latencyMs"];
-    EXPECT_LE(latency["p50"].get<double>(), latency["p90"].get<double>())
-        << name;
-    EXPECT_LE(latency["p90"].get<double>(), latency["p99"].get<double>())
-        << name;
-    EXPECT_LE(latency["p99"].get<double>(), latency["max"].get<double>())
-        << name;
-    latency = {{"p50", 0}, {"p90", 0}, {"p99", 0}, {"max", 0}};
-  };
-  Json& overall = report["summary"]["overall"];
-  // Nearest rank: the percentiles are latencies of actual runs.
-  for (const char* p : {"p50", "p99", "max"}) {
-    EXPECT_NE(std::find(runs.begin(), runs.end(),
-                        overall["latencyMs"][p].get<double>()),
-              runs.end())
-        << p;
+  const Json zero = {{"p50", 0}, {"p90", 0}, {"p99", 0}, {"max", 0}};
+  report["summary"]["overall"]["latencyMs"] = zero;
+  for (const char* groups : {"byKind", "byTag"}) {
+    for (auto& [name, group] : report["summary"][groups].items()) {
+      group["latencyMs"] = zero;
+    }
   }
-  clear(overall, "overall");
-  for (auto& [name, group] : report["summary"]["byKind"].items())
-    clear(group, name);
-  for (auto& [name, group] : report["summary"]["byTag"].items())
-    clear(group, name);
 }
 
 void expectSameJson(const Json& actual, const Json& expected) {
@@ -144,34 +126,20 @@ const char* const kSevenCasesReport = R"({
       "gameReceives": {"correct": 0, "accuracy": 0.0, "matrix": {"NORMAL": {"NORMAL": 0, "WATCH": 0, "HIGH": 0, "none": 0}, "WATCH": {"NORMAL": 0, "WATCH": 0, "HIGH": 0, "none": 0}, "HIGH": {"NORMAL": 0, "WATCH": 1, "HIGH": 0, "none": 0}}}}},
   "expectedAnswers": {"lines": 1, "matchedByModel": 0, "matchedForGame": 1}},
 "results": [
- {"line": 1, "run": 1, "kind": "NpcDialogue", "tags": ["hostinec"], "message": "Kolik stojí pivo?",
-  "outcome": "model", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 0,
-  "firstAttemptReasons": [], "finalReasons": [],
-  "response": {"ok": true, "answer": "Pivo stojí 4 mince.", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 1, "error": ""}},
- {"line": 2, "run": 1, "kind": "ShortAnswer", "tags": ["počty"], "message": "Kolik je 12*(3+4)?", "expected": "84",
-  "outcome": "template", "latencyMs": 0, "transportCalls": 2, "failedTransportCalls": 0,
-  "firstAttemptReasons": ["missing_tool_value:84", "unexpected_number:80"], "finalReasons": ["unexpected_number:85"],
-  "response": {"ok": true, "answer": "84", "model": "watchdog-template", "watchdogPassed": true, "watchdogReasons": [], "fallback": true, "attempts": 2, "error": ""}},
- {"line": 3, "run": 1, "kind": "ChatModeration", "tags": ["moderace"], "message": "gg, dobrá hra", "expected": "OK",
-  "outcome": "model", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 0,
-  "firstAttemptReasons": [], "finalReasons": [],
-  "response": {"ok": true, "answer": "OK", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 1, "error": ""}},
- {"line": 5, "run": 1, "kind": "ChatModeration", "tags": ["moderace"], "message": "prodám zlato za eura", "expected": "WARN",
-  "outcome": "model", "latencyMs": 0, "transportCalls": 2, "failedTransportCalls": 0,
-  "firstAttemptReasons": ["invalid_moderation_label"], "finalReasons": [],
-  "response": {"ok": true, "answer": "OK", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 2, "error": ""}},
- {"line": 6, "run": 1, "kind": "CommandHelp", "tags": ["příkazy"], "message": "Jak otevřu mapu?",
-  "outcome": "rejected", "latencyMs": 0, "transportCalls": 2, "failedTransportCalls": 0,
-  "firstAttemptReasons": ["invented_command:/map"], "finalReasons": ["invented_command:/mapka"],
-  "response": {"ok": false, "answer": "Zkus /mapka.", "model": "loopback-model", "watchdogPassed": false, "watchdogReasons": ["invented_command:/mapka"], "fallback": false, "attempts": 2, "error": "AI answer rejected by watchdog"}},
- {"line": 7, "run": 1, "kind": "AntiCheatTriage", "tags": [], "message": "Hráč má 40 zabití za minutu.", "expected": "HIGH",
-  "outcome": "template", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 1,
-  "firstAttemptReasons": [], "finalReasons": [],
-  "response": {"ok": true, "answer": "WATCH", "model": "watchdog-template", "watchdogPassed": true, "watchdogReasons": [], "fallback": true, "attempts": 1, "error": "AI endpoint returned HTTP/1.1 503 Service Unavailable"}},
- {"line": 8, "run": 1, "kind": "GeneralChat", "tags": ["hostinec"], "message": "Ahoj!",
-  "outcome": "transport_failure", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 1,
-  "firstAttemptReasons": [], "finalReasons": [],
-  "response": {"ok": false, "answer": "", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 1, "error": "Malformed AI HTTP response"}}
+ {"line": 1, "run": 1, "kind": "NpcDialogue", "tags": ["hostinec"], "message": "Kolik stojí pivo?", "outcome": "model", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 0,
+  "firstAttemptReasons": [], "finalReasons": [], "response": {"ok": true, "answer": "Pivo stojí 4 mince.", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 1, "error": ""}},
+ {"line": 2, "run": 1, "kind": "ShortAnswer", "tags": ["počty"], "message": "Kolik je 12*(3+4)?", "expected": "84", "outcome": "template", "latencyMs": 0, "transportCalls": 2, "failedTransportCalls": 0,
+  "firstAttemptReasons": ["missing_tool_value:84", "unexpected_number:80"], "finalReasons": ["unexpected_number:85"], "response": {"ok": true, "answer": "84", "model": "watchdog-template", "watchdogPassed": true, "watchdogReasons": [], "fallback": true, "attempts": 2, "error": ""}},
+ {"line": 3, "run": 1, "kind": "ChatModeration", "tags": ["moderace"], "message": "gg, dobrá hra", "expected": "OK", "outcome": "model", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 0,
+  "firstAttemptReasons": [], "finalReasons": [], "response": {"ok": true, "answer": "OK", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 1, "error": ""}},
+ {"line": 5, "run": 1, "kind": "ChatModeration", "tags": ["moderace"], "message": "prodám zlato za eura", "expected": "WARN", "outcome": "model", "latencyMs": 0, "transportCalls": 2, "failedTransportCalls": 0,
+  "firstAttemptReasons": ["invalid_moderation_label"], "finalReasons": [], "response": {"ok": true, "answer": "OK", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 2, "error": ""}},
+ {"line": 6, "run": 1, "kind": "CommandHelp", "tags": ["příkazy"], "message": "Jak otevřu mapu?", "outcome": "rejected", "latencyMs": 0, "transportCalls": 2, "failedTransportCalls": 0,
+  "firstAttemptReasons": ["invented_command:/map"], "finalReasons": ["invented_command:/mapka"], "response": {"ok": false, "answer": "Zkus /mapka.", "model": "loopback-model", "watchdogPassed": false, "watchdogReasons": ["invented_command:/mapka"], "fallback": false, "attempts": 2, "error": "AI answer rejected by watchdog"}},
+ {"line": 7, "run": 1, "kind": "AntiCheatTriage", "tags": [], "message": "Hráč má 40 zabití za minutu.", "expected": "HIGH", "outcome": "template", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 1,
+  "firstAttemptReasons": [], "finalReasons": [], "response": {"ok": true, "answer": "WATCH", "model": "watchdog-template", "watchdogPassed": true, "watchdogReasons": [], "fallback": true, "attempts": 1, "error": "AI endpoint returned HTTP/1.1 503 Service Unavailable"}},
+ {"line": 8, "run": 1, "kind": "GeneralChat", "tags": ["hostinec"], "message": "Ahoj!", "outcome": "transport_failure", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 1,
+  "firstAttemptReasons": [], "finalReasons": [], "response": {"ok": false, "answer": "", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 1, "error": "Malformed AI HTTP response"}}
 ]})";
 
 TEST(EvalTool, JsonReportHoldsEveryRunAndTheSummary) {
@@ -199,7 +167,7 @@ TEST(EvalTool, JsonReportHoldsEveryRunAndTheSummary) {
   Json expected = Json::parse(kSevenCasesReport);
   expected["settings"]["endpoint"] = server.endpoint();
   Json report = run.report("report.json");
-  checkAndClearLatencies(report);
+  clearLatencies(report);
   expectSameJson(report, expected);
 
   // The sampling options reach the model server.
@@ -221,6 +189,15 @@ TEST(EvalTool, JsonReportHoldsEveryRunAndTheSummary) {
                       "         2         1         1        10"),
       std::string::npos)
       << result.out;
+  // It says which score is whose, and which label only the template gave.
+  for (const char* line :
+       {"\nAntiCheatTriage, the model's own answers: 0 of 1 labels right",
+        "\nexpected answers: 0 of 1 matched by the model, 1 in what the game "
+        "receives\n",
+        "\n  line 7, run 1: template WATCH (expected HIGH), error: AI "
+        "endpoint returned HTTP/1.1 503 Service Unavailable\n"}) {
+    EXPECT_NE(result.out.find(line), std::string::npos) << line;
+  }
 }
 
 TEST(EvalTool, FallbackServerAnswersWhenTheFirstFails) {
@@ -236,11 +213,10 @@ TEST(EvalTool, FallbackServerAnswersWhenTheFirstFails) {
                "r.json", "in.jsonl"});
   ASSERT_EQ(result.exitStatus, 0) << result.err;
   const Json runJson = run.report("r.json")["results"][0];
-  EXPECT_EQ(runJson["outcome"], "model");
-  EXPECT_EQ(runJson["transportCalls"], 2);
-  EXPECT_EQ(runJson["failedTransportCalls"], 1);
-  EXPECT_EQ(runJson["response"]["model"], "spare");
-  EXPECT_EQ(runJson["response"]["fallback"], true);
+  EXPECT_EQ(Json({runJson["outcome"], runJson["transportCalls"],
+                  runJson["failedTransportCalls"], runJson["response"]["model"],
+                  runJson["response"]["fallback"]}),
+            Json({"model", 2, 1, "spare", true}));
   ASSERT_EQ(fallback.requests().size(), 1u);
   EXPECT_NE(fallback.requests()[0].find("\"model\":\"spare\""),
             std::string::npos);
@@ -275,9 +251,12 @@ TEST(EvalTool, RepeatedRunsGoSideBySideAndKeepTheirOrder) {
   EXPECT_EQ(report["summary"]["overall"]["acceptedModel"], 6);
 }
 
-// The README's example command, run as written but for the program path and
-// the endpoint, in a directory laid out like the repository root.
-TEST(EvalTool, ReadmeExampleRunsOnTheSamples) {
+// The README's example command as written but for the program path, the
+// endpoint and extra arguments before the input, run in run's directory
+// laid out like the repository root.
+test::ProcessResult runReadmeExample(const EvalRun& run,
+                                     const std::string& endpoint,
+                                     const std::vector<std::string>& extra) {
   std::istringstream readme(
       readFile(fs::path(TOVRIN_AI_SOURCE_DIR) / "README.md"));
   const std::string prefix =
@@ -289,24 +268,29 @@ TEST(EvalTool, ReadmeExampleRunsOnTheSamples) {
     for (std::string word; words >> word;) args.push_back(word);
     break;
   }
-  ASSERT_GT(args.size(), 2u) << "no example command in the README";
+  if (args.size() < 3) {
+    ADD_FAILURE() << "no example command in the README";
+    return {};
+  }
   args.erase(args.begin());
-  ASSERT_EQ(args[0], "--endpoint");
+  args[1] = endpoint;
+  args.insert(args.end() - 1, extra.begin(), extra.end());
+  for (const char* dir : {"examples/eval", "assets/ai"}) {
+    fs::create_directories(run.dir() / dir);
+    fs::copy(fs::path(TOVRIN_AI_SOURCE_DIR) / dir, run.dir() / dir,
+             fs::copy_options::recursive);
+  }
+  return run.run(args);
+}
 
+TEST(EvalTool, ReadmeExampleRunsOnTheSamples) {
   // Every model answer is "OK": right for moderation, a wrong label for
   // triage, missing the exact result for the arithmetic, no refusal where a
   // fact forbids what is asked.
   const test::LoopbackServer server({test::chatCompletionStep("OK")}, 0,
                                     test::Serving::kConcurrently);
-  args[1] = server.endpoint();
   const EvalRun run;
-  fs::create_directories(run.dir() / "examples");
-  fs::copy(fs::path(TOVRIN_AI_SOURCE_DIR) / "examples" / "eval",
-           run.dir() / "examples" / "eval", fs::copy_options::recursive);
-  fs::create_directories(run.dir() / "assets");
-  fs::copy(fs::path(TOVRIN_AI_SOURCE_DIR) / "assets" / "ai",
-           run.dir() / "assets" / "ai", fs::copy_options::recursive);
-  const test::ProcessResult result = run.run(args);
+  const test::ProcessResult result = runReadmeExample(run, server.endpoint(), {});
   ASSERT_EQ(result.exitStatus, 0) << result.err;
   EXPECT_EQ(result.out.rfind("tovrin-ai-eval: 33 requests from 33 lines", 0),
             0u)
@@ -330,7 +314,7 @@ TEST(EvalTool, ReadmeExampleRunsOnTheSamples) {
   }
 }
 
-// A real browser renders the page of the sample run: the summary figures,
+// A real browser renders the page of the README's sample run: the summary figures,
 // one chart per watchdog rule and the model's name (escaped, in UTF-8) are
 // there, and a screenshot is left in the build folder to look at.
 TEST(EvalTool, HtmlReportRendersInChromium) {
@@ -338,14 +322,11 @@ TEST(EvalTool, HtmlReportRendersInChromium) {
   if (test::runningUnderWine() || !fs::exists(chromium)) {
     GTEST_SKIP() << "no " << chromium << " to render the report in";
   }
-  const test::LoopbackServer server({test::chatCompletionStep("OK")});
+  const test::LoopbackServer server({test::chatCompletionStep("OK")}, 0,
+                                    test::Serving::kConcurrently);
   const EvalRun run;
-  const fs::path source = TOVRIN_AI_SOURCE_DIR;
   const test::ProcessResult eval =
-      run.run({"--endpoint", server.endpoint(), "--model", "Qwen č<1>",
-               "--helper", (source / "assets/ai/czech_helper_cs.txt").string(),
-               "--html", "report.html",
-               (source / "examples/eval/requests.jsonl").string()});
+      runReadmeExample(run, server.endpoint(), {"--model", "Qwen č<1>"});
   ASSERT_EQ(eval.exitStatus, 0) << eval.err;
 
   auto browse = [&](const std::string& profile, const std::string& action) {
@@ -356,7 +337,7 @@ TEST(EvalTool, HtmlReportRendersInChromium) {
          "--disable-component-update", "--disable-sync",
          "--user-data-dir=" + (run.dir() / profile).string(),
          "--window-size=1200,2000", action,
-         "file://" + (run.dir() / "report.html").string()},
+         "file://" + (run.dir() / "eval-report.html").string()},
         run.dir());
   };
   const test::ProcessResult dom = browse("profile-dom", "--dump-dom");
@@ -411,7 +392,6 @@ TEST(EvalTool, ReplayGivesTheVerdictsOfValidateAnswer) {
         << "line " << evalCase.line;
     EXPECT_EQ(results[i]["response"]["watchdogReasons"], verdict.reasons)
         << "line " << evalCase.line;
-    EXPECT_EQ(results[i]["transportCalls"], 0);
     if (verdict.passed) ++passed;
   }
   // The samples show passing and rejected answers alike.

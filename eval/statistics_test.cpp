@@ -73,20 +73,13 @@ TEST(Summarize, ReasonsCountOncePerRunUnderTheirRule) {
     counts.emplace_back(reason.rule, reason.firstAttempt, reason.final);
   }
   const std::vector<std::tuple<std::string, std::size_t, std::size_t>> expected{
-      {"empty_answer", 0, 0},
-      {"answer_too_long", 0, 0},
-      {"instruction_leak", 0, 0},
-      {"question_echo", 1, 1},
-      {"broken_czech_or_perspective", 0, 0},
-      {"invalid_moderation_label", 0, 0},
-      {"invalid_classification_label", 0, 0},
-      {"slash_command_forbidden", 0, 0},
-      {"invented_command:", 0, 0},
-      {"missing_tool_value:", 1, 1},
-      {"unexpected_number:", 1, 0},
-      {"safety_fact_not_enforced", 0, 0},
-      {"some_new_rule", 1, 0},
-  };
+      {"empty_answer", 0, 0}, {"answer_too_long", 0, 0},
+      {"instruction_leak", 0, 0}, {"question_echo", 1, 1},
+      {"broken_czech_or_perspective", 0, 0}, {"invalid_moderation_label", 0, 0},
+      {"invalid_classification_label", 0, 0}, {"slash_command_forbidden", 0, 0},
+      {"invented_command:", 0, 0}, {"missing_tool_value:", 1, 1},
+      {"unexpected_number:", 1, 0}, {"safety_fact_not_enforced", 0, 0},
+      {"some_new_rule", 1, 0}};
   EXPECT_EQ(counts, expected);
 }
 

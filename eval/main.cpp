@@ -113,9 +113,12 @@ int run(const std::vector<std::string>& args) {
     for (const std::string& line : input.errors) std::cerr << line << '\n';
     return kFailed;
   }
-  if (input.cases.empty()) return fail(options.input + " holds no request");
+  if (input.cases.empty()) {
+    return fail((options.input == "-" ? "standard input" : options.input) +
+                " holds no request");
+  }
   if (!json.path.empty() && !html.path.empty() && json.path != "-" &&
-      sameFile(json.path, html.path)) {
+      html.path != "-" && sameFile(json.path, html.path)) {
     return fail("--json and --html name the same file " + json.path);
   }
 

@@ -40,7 +40,6 @@ figure{margin:0}figcaption{font-weight:bold}
 <div class="histograms">@LATENCY@</div>
 <h2>Labels</h2>
 @LABELS@
-<h2>Not answered by the model</h2>
 @MISSES@
 <h2>Settings</h2>
 @SETTINGS@
@@ -154,6 +153,8 @@ std::string latencyHistograms(const std::vector<EvalCase>& cases,
   for (const EvalResult& result : results) {
     slowest = std::max(slowest, result.latencyMs);
   }
+  // Replayed judgements take microseconds, model calls seconds.
+  const int decimals = slowest < 1 ? 3 : slowest < 10 ? 1 : 0;
   const double binWidth =
       slowest > 0 ? slowest / kHistogramBins : 1.0 / kHistogramBins;
   std::string out;
@@ -175,14 +176,15 @@ std::string latencyHistograms(const std::vector<EvalCase>& cases,
       svg += "<rect class=\"hist\" x=\"" + number(slot * i + 1, 1) +
              "\" y=\"" + number(95 - height, 1) + "\" width=\"" +
              number(slot - 2, 1) + "\" height=\"" + number(height, 1) +
-             "\"><title>" + number(binWidth * i) + " to " +
-             number(binWidth * (i + 1)) + " ms: " + std::to_string(bins[i]) +
+             "\"><title>" + number(binWidth * i, decimals) + " to " +
+             number(binWidth * (i + 1), decimals) + " ms: " +
+             std::to_string(bins[i]) +
              "</title></rect>";
     }
     svg += "<text x=\"0\" y=\"114\" font-size=\"12\">0</text>"
            "<text x=\"" + number(kChartWidth) +
            "\" y=\"114\" font-size=\"12\" text-anchor=\"end\">" +
-           number(slowest) + " ms</text></svg>";
+           number(slowest, decimals) + " ms</text></svg>";
     out += "<figure><figcaption>" + escape(kind.name) + " (" +
            std::to_string(kind.requests) + " runs)</figcaption>" + svg +
            "</figure>\n";
@@ -258,8 +260,10 @@ std::string joined(const std::vector<std::string>& texts) {
 }
 
 std::string missesTable(const std::vector<EvalCase>& cases,
-                        const std::vector<EvalResult>& results) {
-  std::string out = "<table id=\"misses\">\n" +
+                        const std::vector<EvalResult>& results, bool replay) {
+  std::string out = std::string(replay ? "<h2>Rejected answers</h2>\n"
+                                       : "<h2>Not answered by the model</h2>\n") +
+                    "<table id=\"misses\">\n" +
                     row({"line", "run", "kind", "outcome", "message",
                          "expected", "the game got",
                          "rules of the last model answer", "error"},
@@ -280,7 +284,7 @@ std::string missesTable(const std::vector<EvalCase>& cases,
            "</td><td class=\"text\">" + escape(result.response.error) +
            "</td></tr>\n";
   }
-  if (!any) return "<p>The model answered every request.</p>\n";
+  if (!any) return "<h2>Every request answered by the model</h2>\n";
   return out + "</table>\n";
 }
 
@@ -347,7 +351,7 @@ std::string htmlReport(const EvalOptions& options,
       {"@RULES@", rulesTable(summary)},
       {"@LATENCY@", latencyHistograms(cases, results, summary)},
       {"@LABELS@", labelSection(summary, options.replay)},
-      {"@MISSES@", missesTable(cases, results)},
+      {"@MISSES@", missesTable(cases, results, options.replay)},
       {"@SETTINGS@", settingsTable(options)},
   };
   std::string page(kPage);

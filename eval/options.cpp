@@ -6,6 +6,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "figure_text.hpp"
 #include "tovrin/ai/transport.hpp"
 
 namespace tovrin::ai::eval {
@@ -34,14 +35,6 @@ constexpr KnownOption kOptions[] = {
     {"--help", false},
     {"-h", false},
 };
-
-// The shortest text that reads back as value: 0.03, not 0.0299999993.
-std::string shortest(float value) {
-  char buffer[32];
-  const auto [end, error] =
-      std::to_chars(buffer, buffer + sizeof buffer, value);
-  return error == std::errc() ? std::string(buffer, end) : "?";
-}
 
 template <typename Number>
 bool parseNumber(std::string_view text, Number& value) {
@@ -134,10 +127,10 @@ std::string usage() {
          std::to_string(defaults.timeoutMs) +
          ")\n"
          "  --temperature X          sampling temperature (default " +
-         shortest(defaults.temperature) +
+         shortestText(defaults.temperature) +
          ")\n"
          "  --top-p X                nucleus sampling (default " +
-         shortest(defaults.topP) +
+         shortestText(defaults.topP) +
          ")\n"
          "  --helper FILE            helper text (default\n"
          "                           " +
@@ -206,7 +199,8 @@ std::optional<EvalOptions> parseOptions(const std::vector<std::string>& args,
       return std::nullopt;
     }
     if (!store(options, name, value)) {
-      error = "bad value for " + std::string(name) + ": " + value + rangeOf(name);
+      error =
+          "bad value for " + std::string(name) + ": " + value + rangeOf(name);
       return std::nullopt;
     }
   }
@@ -232,8 +226,8 @@ std::optional<EvalOptions> parseOptions(const std::vector<std::string>& args,
   if (!options.fallbackEndpoint.empty()) {
     fault = endpointFault(options.fallbackEndpoint);
     if (!fault.empty()) {
-      error = "bad value for --fallback-endpoint: " +
-              options.fallbackEndpoint + ": " + fault;
+      error = "bad value for --fallback-endpoint: " + options.fallbackEndpoint +
+              ": " + fault;
       return std::nullopt;
     }
   }

@@ -1,7 +1,7 @@
 #include "progress_bar.hpp"
 
-#include <charconv>
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 
 #include "terminal.hpp"
@@ -50,14 +50,12 @@ std::string formatProgress(std::size_t done, std::size_t total,
     tail += "  " + oneDecimal(rate) + " req/s  left " + clockText(left);
   }
   // A line that fills the last column wraps on many terminals.
-  const std::size_t limit =
-      columns == 0 ? std::string::npos : columns - 1;
+  const std::size_t limit = columns == 0 ? std::string::npos : columns - 1;
   const std::size_t frame = tail.size() + 4;  // "[", "]" and two blanks
   std::size_t barWidth = kBarWidth;
   if (limit != std::string::npos) {
-    barWidth = limit >= frame + kMinBarWidth
-                   ? std::min(kBarWidth, limit - frame)
-                   : 0;
+    barWidth =
+        limit >= frame + kMinBarWidth ? std::min(kBarWidth, limit - frame) : 0;
   }
   if (barWidth == 0) return tail.substr(0, limit);
   const std::size_t filled = total == 0 ? barWidth : done * barWidth / total;

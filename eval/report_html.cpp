@@ -1,9 +1,10 @@
 #include "report_html.hpp"
 
 #include <algorithm>
-#include <charconv>
 #include <string_view>
 #include <utility>
+
+#include "figure_text.hpp"
 
 namespace tovrin::ai::eval {
 
@@ -54,33 +55,31 @@ std::string escape(std::string_view text) {
   std::string out;
   for (char c : text) {
     switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      case '"': out += "&quot;"; break;
-      case '\'': out += "&#39;"; break;
-      default: out += c;
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      case '"':
+        out += "&quot;";
+        break;
+      case '\'':
+        out += "&#39;";
+        break;
+      default:
+        out += c;
     }
   }
   return out;
 }
 
-std::string number(double value, int decimals = 0) {
-  char buffer[64];
-  const auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, value,
-                                          std::chars_format::fixed, decimals);
-  return error == std::errc() ? std::string(buffer, end) : "?";
-}
-
-std::string percent(std::size_t part, std::size_t whole) {
-  if (whole == 0) return "-";
-  return number(100.0 * static_cast<double>(part) / static_cast<double>(whole),
-                1) +
-         " %";
-}
-
 double share(std::size_t part, std::size_t whole) {
-  return whole == 0 ? 0 : static_cast<double>(part) / static_cast<double>(whole);
+  return whole == 0 ? 0
+                    : static_cast<double>(part) / static_cast<double>(whole);
 }
 
 // "<tr><th>a</th><td>b</td>...</tr>": the first cell names the row.
@@ -105,14 +104,14 @@ std::string summaryTable(const Summary& summary, bool replay) {
                   std::to_string(group.model), std::to_string(group.rejected)});
       return;
     }
-    out += row({escape(name), std::to_string(group.requests),
-                std::to_string(group.model),
-                std::to_string(group.templateAnswers),
-                std::to_string(group.rejected),
-                std::to_string(group.transportFailures),
-                std::to_string(group.transportCalls),
-                number(group.latencyMs.p50), number(group.latencyMs.p90),
-                number(group.latencyMs.p99)});
+    out += row(
+        {escape(name), std::to_string(group.requests),
+         std::to_string(group.model), std::to_string(group.templateAnswers),
+         std::to_string(group.rejected),
+         std::to_string(group.transportFailures),
+         std::to_string(group.transportCalls),
+         fixedText(group.latencyMs.p50, 0), fixedText(group.latencyMs.p90, 0),
+         fixedText(group.latencyMs.p99, 0)});
   };
   add(summary.overall, summary.overall.name);
   for (const GroupSummary& group : summary.byKind) add(group, group.name);
@@ -123,18 +122,18 @@ std::string summaryTable(const Summary& summary, bool replay) {
 std::string bar(const char* kind, double y, std::size_t count,
                 std::size_t whole) {
   return "<rect class=\"" + std::string(kind) + "\" x=\"0\" y=\"" +
-         number(y) + "\" width=\"" +
-         number(kChartWidth * share(count, whole), 1) +
+         fixedText(y, 0) + "\" width=\"" +
+         fixedText(kChartWidth * share(count, whole), 1) +
          "\" height=\"10\"></rect>";
 }
 
 std::string rulesTable(const Summary& summary) {
-  std::string out = "<table id=\"rules\">\n" +
-                    row({"rule", "first", "final", ""}, true);
+  std::string out =
+      "<table id=\"rules\">\n" + row({"rule", "first", "final", ""}, true);
   const std::size_t runs = summary.overall.requests;
   for (const ReasonCount& reason : summary.reasons) {
     const std::string chart =
-        "<svg class=\"rule-chart\" width=\"" + number(kChartWidth) +
+        "<svg class=\"rule-chart\" width=\"" + fixedText(kChartWidth, 0) +
         "\" height=\"24\" role=\"img\" aria-label=\"" + escape(reason.rule) +
         "\">" + bar("first", 1, reason.firstAttempt, runs) +
         bar("final", 13, reason.final, runs) + "</svg>";
@@ -168,23 +167,24 @@ std::string latencyHistograms(const std::vector<EvalCase>& cases,
     const std::size_t highest = *std::max_element(bins.begin(), bins.end());
     const double slot = kChartWidth / kHistogramBins;
     std::string svg = "<svg class=\"histogram\" width=\"" +
-                      number(kChartWidth) +
+                      fixedText(kChartWidth, 0) +
                       "\" height=\"120\" role=\"img\" aria-label=\"" +
                       escape(kind.name) + "\">";
     for (std::size_t i = 0; i < kHistogramBins; ++i) {
       const double height = 90 * share(bins[i], highest);
-      svg += "<rect class=\"hist\" x=\"" + number(slot * i + 1, 1) +
-             "\" y=\"" + number(95 - height, 1) + "\" width=\"" +
-             number(slot - 2, 1) + "\" height=\"" + number(height, 1) +
-             "\"><title>" + number(binWidth * i, decimals) + " to " +
-             number(binWidth * (i + 1), decimals) + " ms: " +
-             std::to_string(bins[i]) +
-             "</title></rect>";
+      svg += "<rect class=\"hist\" x=\"" + fixedText(slot * i + 1, 1) +
+             "\" y=\"" + fixedText(95 - height, 1) + "\" width=\"" +
+             fixedText(slot - 2, 1) + "\" height=\"" + fixedText(height, 1) +
+             "\"><title>" + fixedText(binWidth * i, decimals) + " to " +
+             fixedText(binWidth * (i + 1), decimals) +
+             " ms: " + std::to_string(bins[i]) + "</title></rect>";
     }
-    svg += "<text x=\"0\" y=\"114\" font-size=\"12\">0</text>"
-           "<text x=\"" + number(kChartWidth) +
-           "\" y=\"114\" font-size=\"12\" text-anchor=\"end\">" +
-           number(slowest, decimals) + " ms</text></svg>";
+    svg +=
+        "<text x=\"0\" y=\"114\" font-size=\"12\">0</text>"
+        "<text x=\"" +
+        fixedText(kChartWidth, 0) +
+        "\" y=\"114\" font-size=\"12\" text-anchor=\"end\">" +
+        fixedText(slowest, decimals) + " ms</text></svg>";
     out += "<figure><figcaption>" + escape(kind.name) + " (" +
            std::to_string(kind.requests) + " runs)</figcaption>" + svg +
            "</figure>\n";
@@ -199,7 +199,7 @@ std::string matrixTable(const LabelSummary& labels, const LabelScore& score,
   std::string out = "<figure><figcaption>" + escape(caption) + "<br>" +
                     std::to_string(score.correct) + " of " +
                     std::to_string(labels.lines) + " right (" +
-                    percent(score.correct, labels.lines) +
+                    percentText(score.correct, labels.lines) +
                     ")</figcaption>\n<table class=\"matrix\">\n";
   std::vector<std::string> heading{"expected \\ given"};
   for (const std::string& label : labels.labels) heading.push_back(label);
@@ -213,7 +213,7 @@ std::string matrixTable(const LabelSummary& labels, const LabelScore& score,
       const std::size_t count = score.matrix[r][c];
       out += "<td style=\"background:rgba(" +
              std::string(c == r ? "74,120,181," : "217,130,43,") +
-             number(0.8 * share(count, rowTotal), 2) + ")\">" +
+             fixedText(0.8 * share(count, rowTotal), 2) + ")\">" +
              std::to_string(count) + "</td>";
     }
     out += "</tr>\n";
@@ -229,13 +229,14 @@ std::string labelSection(const Summary& summary, bool replay) {
       out += matrixTable(labels, labels.model, kind);
       continue;
     }
-    out += "<div class=\"matrices\">" +
-           matrixTable(labels, labels.model, kind + ", the model's own answers") +
-           matrixTable(labels, labels.game,
-                       kind + ", what the game receives (" +
-                           std::to_string(labels.templateAnswers) +
-                           " from the template)") +
-           "</div>\n";
+    out +=
+        "<div class=\"matrices\">" +
+        matrixTable(labels, labels.model, kind + ", the model's own answers") +
+        matrixTable(labels, labels.game,
+                    kind + ", what the game receives (" +
+                        std::to_string(labels.templateAnswers) +
+                        " from the template)") +
+        "</div>\n";
   }
   const AnswerScore& answers = summary.expectedAnswers;
   if (answers.lines > 0) {
@@ -251,38 +252,31 @@ std::string labelSection(const Summary& summary, bool replay) {
                      : out;
 }
 
-std::string joined(const std::vector<std::string>& texts) {
-  std::string line;
-  for (const std::string& text : texts) {
-    line += (line.empty() ? "" : ", ") + text;
-  }
-  return line;
-}
-
 std::string missesTable(const std::vector<EvalCase>& cases,
                         const std::vector<EvalResult>& results, bool replay) {
-  std::string out = std::string(replay ? "<h2>Rejected answers</h2>\n"
-                                       : "<h2>Not answered by the model</h2>\n") +
-                    "<table id=\"misses\">\n" +
-                    row({"line", "run", "kind", "outcome", "message",
-                         "expected", "the game got",
-                         "rules of the last model answer", "error"},
-                        true);
+  std::string out =
+      std::string(replay ? "<h2>Rejected answers</h2>\n"
+                         : "<h2>Not answered by the model</h2>\n") +
+      "<table id=\"misses\">\n" +
+      row({"line", "run", "kind", "outcome", "message", "expected",
+           "the game got", "rules of the last model answer", "error"},
+          true);
   bool any = false;
   for (const EvalResult& result : results) {
     if (result.outcome == Outcome::kModel) continue;
     any = true;
     const EvalCase& evalCase = cases[result.caseIndex];
-    out += "<tr><th>" + std::to_string(evalCase.line) + "</th><td>" +
-           std::to_string(result.run) + "</td><td class=\"text\">" +
-           escape(kindName(evalCase.request.kind)) + "</td><td class=\"text\">" +
-           escape(outcomeName(result.outcome)) + "</td><td class=\"text\">" +
-           escape(evalCase.request.message) + "</td><td class=\"text\">" +
-           escape(evalCase.expected.value_or("")) + "</td><td class=\"text\">" +
-           (result.response.ok ? escape(result.response.answer) : "nothing") +
-           "</td><td class=\"text\">" + escape(joined(result.finalReasons)) +
-           "</td><td class=\"text\">" + escape(result.response.error) +
-           "</td></tr>\n";
+    out +=
+        "<tr><th>" + std::to_string(evalCase.line) + "</th><td>" +
+        std::to_string(result.run) + "</td><td class=\"text\">" +
+        escape(kindName(evalCase.request.kind)) + "</td><td class=\"text\">" +
+        escape(outcomeName(result.outcome)) + "</td><td class=\"text\">" +
+        escape(evalCase.request.message) + "</td><td class=\"text\">" +
+        escape(evalCase.expected.value_or("")) + "</td><td class=\"text\">" +
+        (result.response.ok ? escape(result.response.answer) : "nothing") +
+        "</td><td class=\"text\">" + escape(joinedText(result.finalReasons)) +
+        "</td><td class=\"text\">" + escape(result.response.error) +
+        "</td></tr>\n";
   }
   if (!any) return "<h2>Every request answered by the model</h2>\n";
   return out + "</table>\n";
@@ -290,14 +284,8 @@ std::string missesTable(const std::vector<EvalCase>& cases,
 
 std::string settingsTable(const EvalOptions& options) {
   std::vector<std::pair<std::string, std::string>> settings{
-      {"mode", options.replay ? "replay" : "model"},
-      {"input", options.input}};
+      {"mode", options.replay ? "replay" : "model"}, {"input", options.input}};
   if (!options.replay) {
-    char temperature[32];
-    char topP[32];
-    const auto t = std::to_chars(temperature, temperature + 32,
-                                 options.temperature);
-    const auto p = std::to_chars(topP, topP + 32, options.topP);
     settings.insert(
         settings.end(),
         {{"endpoint", options.endpoint},
@@ -305,10 +293,10 @@ std::string settingsTable(const EvalOptions& options) {
          {"fallback endpoint", options.fallbackEndpoint},
          {"fallback model", options.fallbackModel},
          {"timeout ms", std::to_string(options.timeoutMs)},
-         {"temperature", std::string(temperature, t.ptr)},
-         {"top-p", std::string(topP, p.ptr)},
-         {"helper text", options.helperPath.empty() ? "none used"
-                                                    : options.helperPath},
+         {"temperature", shortestText(options.temperature)},
+         {"top-p", shortestText(options.topP)},
+         {"helper text",
+          options.helperPath.empty() ? "none used" : options.helperPath},
          {"repeat", std::to_string(options.repeat)},
          {"concurrency", std::to_string(options.concurrency)}});
   }
@@ -325,14 +313,14 @@ std::string headline(const EvalOptions& options, const Summary& summary) {
   if (options.replay) {
     return std::to_string(all.requests) +
            " recorded answers judged by the watchdog: passed " +
-           percent(all.model, all.requests) + ", rejected " +
-           percent(all.rejected, all.requests) + ".";
+           percentText(all.model, all.requests) + ", rejected " +
+           percentText(all.rejected, all.requests) + ".";
   }
   return std::to_string(all.requests) + " requests. Accepted from the model " +
-         percent(all.model, all.requests) + ", as template " +
-         percent(all.templateAnswers, all.requests) + ", rejected " +
-         percent(all.rejected, all.requests) + ", transport failures " +
-         percent(all.transportFailures, all.requests) + ".";
+         percentText(all.model, all.requests) + ", as template " +
+         percentText(all.templateAnswers, all.requests) + ", rejected " +
+         percentText(all.rejected, all.requests) + ", transport failures " +
+         percentText(all.transportFailures, all.requests) + ".";
 }
 
 }  // namespace
@@ -341,8 +329,7 @@ std::string htmlReport(const EvalOptions& options,
                        const std::vector<EvalCase>& cases,
                        const std::vector<EvalResult>& results,
                        const Summary& summary) {
-  const std::string model =
-      options.replay ? "replay" : escape(options.model);
+  const std::string model = options.replay ? "replay" : escape(options.model);
   const std::pair<std::string_view, std::string> fills[] = {
       {"@MODEL@", model},
       {"@MODEL@", model},

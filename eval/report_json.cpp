@@ -150,8 +150,8 @@ std::string jsonReport(const EvalOptions& options,
         {"timeoutMs", options.timeoutMs},
         {"temperature", shortest(options.temperature)},
         {"topP", shortest(options.topP)},
-        {"helper", options.helperPath.empty() ? Json(nullptr)
-                                              : Json(options.helperPath)},
+        {"helper",
+         options.helperPath.empty() ? Json(nullptr) : Json(options.helperPath)},
         {"repeat", options.repeat},
         {"concurrency", options.concurrency},
     };

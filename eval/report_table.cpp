@@ -1,8 +1,9 @@
 #include "report_table.hpp"
 
-#include <charconv>
 #include <string>
 #include <string_view>
+
+#include "figure_text.hpp"
 
 namespace tovrin::ai::eval {
 
@@ -33,29 +34,6 @@ std::string right(std::string_view text, std::size_t width = kNumberWidth) {
          std::string(text);
 }
 
-std::string fixed(double value, int decimals) {
-  char buffer[64];
-  const auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, value,
-                                          std::chars_format::fixed, decimals);
-  return error == std::errc() ? std::string(buffer, end) : "?";
-}
-
-std::string percent(std::size_t part, std::size_t whole) {
-  if (whole == 0) return "-";
-  return fixed(100.0 * static_cast<double>(part) / static_cast<double>(whole),
-               1) +
-         " %";
-}
-
-std::string joined(const std::vector<std::string>& texts) {
-  std::string line;
-  for (const std::string& text : texts) {
-    if (!line.empty()) line += ", ";
-    line += text;
-  }
-  return line;
-}
-
 void writeGroups(std::ostream& out, const Summary& summary, bool replay) {
   std::vector<const GroupSummary*> groups{&summary.overall};
   for (const GroupSummary& group : summary.byKind) groups.push_back(&group);
@@ -78,9 +56,9 @@ void writeGroups(std::ostream& out, const Summary& summary, bool replay) {
     if (!replay) {
       out << right(std::to_string(group.transportFailures))
           << right(std::to_string(group.transportCalls))
-          << right(fixed(group.latencyMs.p50, 0))
-          << right(fixed(group.latencyMs.p90, 0))
-          << right(fixed(group.latencyMs.p99, 0));
+          << right(fixedText(group.latencyMs.p50, 0))
+          << right(fixedText(group.latencyMs.p90, 0))
+          << right(fixedText(group.latencyMs.p99, 0));
     }
     out << '\n';
   };
@@ -90,14 +68,14 @@ void writeGroups(std::ostream& out, const Summary& summary, bool replay) {
   const GroupSummary& all = summary.overall;
   out << '\n';
   if (replay) {
-    out << "passed " << percent(all.model, all.requests) << ", rejected "
-        << percent(all.rejected, all.requests) << '\n';
+    out << "passed " << percentText(all.model, all.requests) << ", rejected "
+        << percentText(all.rejected, all.requests) << '\n';
   } else {
-    out << "accepted from the model " << percent(all.model, all.requests)
-        << ", as template " << percent(all.templateAnswers, all.requests)
-        << ", rejected " << percent(all.rejected, all.requests)
+    out << "accepted from the model " << percentText(all.model, all.requests)
+        << ", as template " << percentText(all.templateAnswers, all.requests)
+        << ", rejected " << percentText(all.rejected, all.requests)
         << ", transport failures "
-        << percent(all.transportFailures, all.requests) << '\n';
+        << percentText(all.transportFailures, all.requests) << '\n';
   }
 }
 
@@ -130,7 +108,7 @@ void writeMatrix(std::ostream& out, const LabelSummary& labels,
   out << '\n'
       << kindName(labels.kind) << whose << ": " << score.correct << " of "
       << labels.lines << " labels right ("
-      << percent(score.correct, labels.lines) << ")\n";
+      << percentText(score.correct, labels.lines) << ")\n";
   out << "  " << left("expected \\ given", kNameWidth - 2);
   for (const std::string& label : labels.labels) out << right(label);
   out << right(kNoLabel) << '\n';
@@ -186,12 +164,14 @@ void writeMisses(std::ostream& out, const std::vector<EvalCase>& cases,
         if (const EvalCase& evalCase = cases[result.caseIndex];
             !labelsOf(evalCase.request.kind).empty()) {
           out << " " << result.response.answer;
-          if (evalCase.expected && *evalCase.expected != result.response.answer) {
+          if (evalCase.expected &&
+              *evalCase.expected != result.response.answer) {
             out << " (expected " << *evalCase.expected << ")";
           }
         }
         if (!result.finalReasons.empty()) {
-          out << ", the model's last answer: " << joined(result.finalReasons);
+          out << ", the model's last answer: "
+              << joinedText(result.finalReasons);
         }
         if (!result.response.error.empty()) {
           out << ", error: " << result.response.error;
@@ -199,7 +179,7 @@ void writeMisses(std::ostream& out, const std::vector<EvalCase>& cases,
         break;
       case Outcome::kRejected:
         if (!replay) out << "rejected: ";
-        out << joined(result.finalReasons);
+        out << joinedText(result.finalReasons);
         break;
       case Outcome::kTransportFailure:
         out << "transport failure: " << result.response.error;

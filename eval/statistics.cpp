@@ -80,9 +80,9 @@ void score(LabelScore& score, std::size_t row, std::size_t column) {
 
 void countLabel(std::vector<LabelSummary>& summaries, AiRequestKind kind,
                 const std::string& expected, const EvalResult& result) {
-  LabelSummary& summary = *std::find_if(
-      summaries.begin(), summaries.end(),
-      [kind](const LabelSummary& s) { return s.kind == kind; });
+  LabelSummary& summary =
+      *std::find_if(summaries.begin(), summaries.end(),
+                    [kind](const LabelSummary& s) { return s.kind == kind; });
   const std::size_t row = indexOf(summary.labels, expected);
   const std::size_t none = summary.labels.size();
   const std::size_t given =
@@ -90,8 +90,7 @@ void countLabel(std::vector<LabelSummary>& summaries, AiRequestKind kind,
                          : none;
   ++summary.lines;
   if (result.outcome == Outcome::kTemplate) ++summary.templateAnswers;
-  score(summary.model, row,
-        result.outcome == Outcome::kModel ? given : none);
+  score(summary.model, row, result.outcome == Outcome::kModel ? given : none);
   score(summary.game, row, given);
 }
 

@@ -27,8 +27,7 @@ std::size_t terminalColumns(std::FILE* stream) {
       !GetConsoleScreenBufferInfo(handle, &info)) {
     return 0;
   }
-  return static_cast<std::size_t>(info.srWindow.Right - info.srWindow.Left +
-                                  1);
+  return static_cast<std::size_t>(info.srWindow.Right - info.srWindow.Left + 1);
 #else
   winsize size{};
   if (::ioctl(::fileno(stream), TIOCGWINSZ, &size) != 0) return 0;

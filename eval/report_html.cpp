@@ -50,6 +50,7 @@ figure{margin:0}figcaption{font-weight:bold}
 
 constexpr double kChartWidth = 320;
 constexpr std::size_t kHistogramBins = 10;
+constexpr double kBins = static_cast<double>(kHistogramBins);
 
 std::string escape(std::string_view text) {
   std::string out;
@@ -154,8 +155,7 @@ std::string latencyHistograms(const std::vector<EvalCase>& cases,
   }
   // Replayed judgements take microseconds, model calls seconds.
   const int decimals = slowest < 1 ? 3 : slowest < 10 ? 1 : 0;
-  const double binWidth =
-      slowest > 0 ? slowest / kHistogramBins : 1.0 / kHistogramBins;
+  const double binWidth = slowest > 0 ? slowest / kBins : 1.0 / kBins;
   std::string out;
   for (const GroupSummary& kind : summary.byKind) {
     std::vector<std::size_t> bins(kHistogramBins);
@@ -165,18 +165,19 @@ std::string latencyHistograms(const std::vector<EvalCase>& cases,
       ++bins[std::min(bin, kHistogramBins - 1)];
     }
     const std::size_t highest = *std::max_element(bins.begin(), bins.end());
-    const double slot = kChartWidth / kHistogramBins;
+    const double slot = kChartWidth / kBins;
     std::string svg = "<svg class=\"histogram\" width=\"" +
                       fixedText(kChartWidth, 0) +
                       "\" height=\"120\" role=\"img\" aria-label=\"" +
                       escape(kind.name) + "\">";
     for (std::size_t i = 0; i < kHistogramBins; ++i) {
+      const auto at = static_cast<double>(i);
       const double height = 90 * share(bins[i], highest);
-      svg += "<rect class=\"hist\" x=\"" + fixedText(slot * i + 1, 1) +
+      svg += "<rect class=\"hist\" x=\"" + fixedText(slot * at + 1, 1) +
              "\" y=\"" + fixedText(95 - height, 1) + "\" width=\"" +
              fixedText(slot - 2, 1) + "\" height=\"" + fixedText(height, 1) +
-             "\"><title>" + fixedText(binWidth * i, decimals) + " to " +
-             fixedText(binWidth * (i + 1), decimals) +
+             "\"><title>" + fixedText(binWidth * at, decimals) + " to " +
+             fixedText(binWidth * (at + 1), decimals) +
              " ms: " + std::to_string(bins[i]) + "</title></rect>";
     }
     svg +=

@@ -42,8 +42,10 @@ int fail(const std::string& message) {
 bool sameFile(const std::string& a, const std::string& b) {
   std::error_code error;
   if (fs::equivalent(a, b, error)) return true;
-  return fs::absolute(a, error).lexically_normal() ==
-         fs::absolute(b, error).lexically_normal();
+  const fs::path left = fs::absolute(a, error).lexically_normal();
+  if (error) return false;
+  const fs::path right = fs::absolute(b, error).lexically_normal();
+  return !error && left == right;
 }
 
 // Why path cannot be an input, or "" when it can.

@@ -3,6 +3,8 @@
 #include <charconv>
 #include <cstdint>
 
+#include "tovrin/ai/watchdog.hpp"
+
 namespace tovrin::ai::eval {
 
 namespace {
@@ -16,9 +18,6 @@ constexpr std::string_view kKindNames[] = {
     "ChatModeration",
     "AntiCheatTriage",
 };
-
-constexpr std::string_view kModerationLabels[] = {"OK", "WARN"};
-constexpr std::string_view kTriageLabels[] = {"NORMAL", "WATCH", "HIGH"};
 
 }  // namespace
 

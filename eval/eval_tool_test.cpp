@@ -56,38 +56,17 @@ class EvalRun {
   fs::path dir_;
 };
 
-// Checks every latency of the report (they vary from run to run) and sets
-// them to 0, so that the rest can be compared with literal values.
-void checkAndClearLatencies(Json& report) {
-  std::vector<double> runs;
-  for (Json& result : report["results"]) {
-    runs.push_back(result["latencyMs"].get<double>());
-    EXPECT_GE(runs.back(), 0.0);
-    result["latencyMs"] = 0;
+// Latencies vary from run to run (their percentiles have tests of their
+// own); they are set to 0 so that the rest compares with literal values.
+void clearLatencies(Json& report) {
+  for (Json& result : report["results"]) result["latencyMs"] = 0;
+  const Json zero = {{"p50", 0}, {"p90", 0}, {"p99", 0}, {"max", 0}};
+  report["summary"]["overall"]["latencyMs"] = zero;
+  for (const char* groups : {"byKind", "byTag"}) {
+    for (auto& [name, group] : report["summary"][groups].items()) {
+      group["latencyMs"] = zero;
+    }
   }
-  auto clear = [&](Json& group, const std::string& name) {
-    Json& latency = group["latencyMs"];
-    EXPECT_LE(latency["p50"].get<double>(), latency["p90"].get<double>())
-        << name;
-    EXPECT_LE(latency["p90"].get<double>(), latency["p99"].get<double>())
-        << name;
-    EXPECT_LE(latency["p99"].get<double>(), latency["max"].get<double>())
-        << name;
-    latency = {{"p50", 0}, {"p90", 0}, {"p99", 0}, {"max", 0}};
-  };
-  Json& overall = report["summary"]["overall"];
-  // Nearest rank: the percentiles are latencies of actual runs.
-  for (const char* p : {"p50", "p99", "max"}) {
-    EXPECT_NE(std::find(runs.begin(), runs.end(),
-                        overall["latencyMs"][p].get<double>()),
-              runs.end())
-        << p;
-  }
-  clear(overall, "overall");
-  for (auto& [name, group] : report["summary"]["byKind"].items())
-    clear(group, name);
-  for (auto& [name, group] : report["summary"]["byTag"].items())
-    clear(group, name);
 }
 
 void expectSameJson(const Json& actual, const Json& expected) {
@@ -114,7 +93,7 @@ const char* const kSevenCasesReport = R"({
 "mode": "model", "input": "cases.jsonl",
 "settings": {"endpoint": "@", "model": "loopback-model",
   "fallbackEndpoint": "", "fallbackModel": "", "timeoutMs": 5000,
-  "temperature": 0.2, "topP": 0.5, "helper": "", "repeat": 1, "concurrency": 1},
+  "temperature": 0.2, "topP": 0.5, "helper": null, "repeat": 1, "concurrency": 1},
 "summary": {
   "overall": {"requests": 7, "acceptedModel": 3, "acceptedTemplate": 2, "rejected": 1, "transportFailures": 1, "transportCalls": 10, "failedTransportCalls": 2, "latencyMs": {"p50": 0, "p90": 0, "p99": 0, "max": 0}},
   "byKind": {
@@ -129,56 +108,35 @@ const char* const kSevenCasesReport = R"({
     "moderace": {"requests": 2, "acceptedModel": 2, "acceptedTemplate": 0, "rejected": 0, "transportFailures": 0, "transportCalls": 3, "failedTransportCalls": 0, "latencyMs": {"p50": 0, "p90": 0, "p99": 0, "max": 0}},
     "počty": {"requests": 1, "acceptedModel": 0, "acceptedTemplate": 1, "rejected": 0, "transportFailures": 0, "transportCalls": 2, "failedTransportCalls": 0, "latencyMs": {"p50": 0, "p90": 0, "p99": 0, "max": 0}},
     "příkazy": {"requests": 1, "acceptedModel": 0, "acceptedTemplate": 0, "rejected": 1, "transportFailures": 0, "transportCalls": 2, "failedTransportCalls": 0, "latencyMs": {"p50": 0, "p90": 0, "p99": 0, "max": 0}}},
-  "reasons": {
-    "empty_answer": {"firstAttempt": 0, "final": 0},
-    "answer_too_long": {"firstAttempt": 0, "final": 0},
-    "instruction_leak": {"firstAttempt": 0, "final": 0},
-    "question_echo": {"firstAttempt": 0, "final": 0},
-    "broken_czech_or_perspective": {"firstAttempt": 0, "final": 0},
-    "invalid_moderation_label": {"firstAttempt": 1, "final": 0},
-    "invalid_classification_label": {"firstAttempt": 0, "final": 0},
-    "slash_command_forbidden": {"firstAttempt": 0, "final": 0},
-    "invented_command:": {"firstAttempt": 1, "final": 1},
-    "missing_tool_value:": {"firstAttempt": 1, "final": 0},
-    "unexpected_number:": {"firstAttempt": 1, "final": 1},
-    "safety_fact_not_enforced": {"firstAttempt": 0, "final": 0}},
+  "reasons": {"empty_answer": {"firstAttempt": 0, "final": 0}, "answer_too_long": {"firstAttempt": 0, "final": 0},
+    "instruction_leak": {"firstAttempt": 0, "final": 0}, "question_echo": {"firstAttempt": 0, "final": 0},
+    "broken_czech_or_perspective": {"firstAttempt": 0, "final": 0}, "invalid_moderation_label": {"firstAttempt": 1, "final": 0},
+    "invalid_classification_label": {"firstAttempt": 0, "final": 0}, "slash_command_forbidden": {"firstAttempt": 0, "final": 0},
+    "invented_command:": {"firstAttempt": 1, "final": 1}, "missing_tool_value:": {"firstAttempt": 1, "final": 0},
+    "unexpected_number:": {"firstAttempt": 1, "final": 1}, "safety_fact_not_enforced": {"firstAttempt": 0, "final": 0}},
   "labels": {
-    "ChatModeration": {"lines": 2, "correct": 1, "accuracy": 0.5, "matrix": {
-      "OK": {"OK": 1, "WARN": 0, "none": 0}, "WARN": {"OK": 1, "WARN": 0, "none": 0}}},
-    "AntiCheatTriage": {"lines": 1, "correct": 0, "accuracy": 0.0, "matrix": {
-      "NORMAL": {"NORMAL": 0, "WATCH": 0, "HIGH": 0, "none": 0},
-      "WATCH": {"NORMAL": 0, "WATCH": 0, "HIGH": 0, "none": 0},
-      "HIGH": {"NORMAL": 0, "WATCH": 1, "HIGH": 0, "none": 0}}}},
-  "expectedAnswers": {"lines": 1, "matched": 1}},
+    "ChatModeration": {"lines": 2, "fromTemplate": 0,
+      "modelOwn": {"correct": 1, "accuracy": 0.5, "matrix": {"OK": {"OK": 1, "WARN": 0, "none": 0}, "WARN": {"OK": 1, "WARN": 0, "none": 0}}},
+      "gameReceives": {"correct": 1, "accuracy": 0.5, "matrix": {"OK": {"OK": 1, "WARN": 0, "none": 0}, "WARN": {"OK": 1, "WARN": 0, "none": 0}}}},
+    "AntiCheatTriage": {"lines": 1, "fromTemplate": 1,
+      "modelOwn": {"correct": 0, "accuracy": 0.0, "matrix": {"NORMAL": {"NORMAL": 0, "WATCH": 0, "HIGH": 0, "none": 0}, "WATCH": {"NORMAL": 0, "WATCH": 0, "HIGH": 0, "none": 0}, "HIGH": {"NORMAL": 0, "WATCH": 0, "HIGH": 0, "none": 1}}},
+      "gameReceives": {"correct": 0, "accuracy": 0.0, "matrix": {"NORMAL": {"NORMAL": 0, "WATCH": 0, "HIGH": 0, "none": 0}, "WATCH": {"NORMAL": 0, "WATCH": 0, "HIGH": 0, "none": 0}, "HIGH": {"NORMAL": 0, "WATCH": 1, "HIGH": 0, "none": 0}}}}},
+  "expectedAnswers": {"lines": 1, "matchedByModel": 0, "matchedForGame": 1}},
 "results": [
- {"line": 1, "run": 1, "kind": "NpcDialogue", "tags": ["hostinec"], "message": "Kolik stojí pivo?",
-  "outcome": "model", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 0,
-  "firstAttemptReasons": [], "finalReasons": [],
-  "response": {"ok": true, "answer": "Pivo stojí 4 mince.", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 1, "error": ""}},
- {"line": 2, "run": 1, "kind": "ShortAnswer", "tags": ["počty"], "message": "Kolik je 12*(3+4)?", "expected": "84",
-  "outcome": "template", "latencyMs": 0, "transportCalls": 2, "failedTransportCalls": 0,
-  "firstAttemptReasons": ["missing_tool_value:84", "unexpected_number:80"], "finalReasons": ["unexpected_number:85"],
-  "response": {"ok": true, "answer": "84", "model": "watchdog-template", "watchdogPassed": true, "watchdogReasons": [], "fallback": true, "attempts": 2, "error": ""}},
- {"line": 3, "run": 1, "kind": "ChatModeration", "tags": ["moderace"], "message": "gg, dobrá hra", "expected": "OK",
-  "outcome": "model", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 0,
-  "firstAttemptReasons": [], "finalReasons": [],
-  "response": {"ok": true, "answer": "OK", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 1, "error": ""}},
- {"line": 5, "run": 1, "kind": "ChatModeration", "tags": ["moderace"], "message": "prodám zlato za eura", "expected": "WARN",
-  "outcome": "model", "latencyMs": 0, "transportCalls": 2, "failedTransportCalls": 0,
-  "firstAttemptReasons": ["invalid_moderation_label"], "finalReasons": [],
-  "response": {"ok": true, "answer": "OK", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 2, "error": ""}},
- {"line": 6, "run": 1, "kind": "CommandHelp", "tags": ["příkazy"], "message": "Jak otevřu mapu?",
-  "outcome": "rejected", "latencyMs": 0, "transportCalls": 2, "failedTransportCalls": 0,
-  "firstAttemptReasons": ["invented_command:/map"], "finalReasons": ["invented_command:/mapka"],
-  "response": {"ok": false, "answer": "Zkus /mapka.", "model": "loopback-model", "watchdogPassed": false, "watchdogReasons": ["invented_command:/mapka"], "fallback": false, "attempts": 2, "error": "AI answer rejected by watchdog"}},
- {"line": 7, "run": 1, "kind": "AntiCheatTriage", "tags": [], "message": "Hráč má 40 zabití za minutu.", "expected": "HIGH",
-  "outcome": "template", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 1,
-  "firstAttemptReasons": [], "finalReasons": [],
-  "response": {"ok": true, "answer": "WATCH", "model": "watchdog-template", "watchdogPassed": true, "watchdogReasons": [], "fallback": true, "attempts": 1, "error": "AI endpoint returned HTTP/1.1 503 Service Unavailable"}},
- {"line": 8, "run": 1, "kind": "GeneralChat", "tags": ["hostinec"], "message": "Ahoj!",
-  "outcome": "transport_failure", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 1,
-  "firstAttemptReasons": [], "finalReasons": [],
-  "response": {"ok": false, "answer": "", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 1, "error": "Malformed AI HTTP response"}}
+ {"line": 1, "run": 1, "kind": "NpcDialogue", "tags": ["hostinec"], "message": "Kolik stojí pivo?", "outcome": "model", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 0,
+  "firstAttemptReasons": [], "finalReasons": [], "response": {"ok": true, "answer": "Pivo stojí 4 mince.", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 1, "error": ""}},
+ {"line": 2, "run": 1, "kind": "ShortAnswer", "tags": ["počty"], "message": "Kolik je 12*(3+4)?", "expected": "84", "outcome": "template", "latencyMs": 0, "transportCalls": 2, "failedTransportCalls": 0,
+  "firstAttemptReasons": ["missing_tool_value:84", "unexpected_number:80"], "finalReasons": ["unexpected_number:85"], "response": {"ok": true, "answer": "84", "model": "watchdog-template", "watchdogPassed": true, "watchdogReasons": [], "fallback": true, "attempts": 2, "error": ""}},
+ {"line": 3, "run": 1, "kind": "ChatModeration", "tags": ["moderace"], "message": "gg, dobrá hra", "expected": "OK", "outcome": "model", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 0,
+  "firstAttemptReasons": [], "finalReasons": [], "response": {"ok": true, "answer": "OK", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 1, "error": ""}},
+ {"line": 5, "run": 1, "kind": "ChatModeration", "tags": ["moderace"], "message": "prodám zlato za eura", "expected": "WARN", "outcome": "model", "latencyMs": 0, "transportCalls": 2, "failedTransportCalls": 0,
+  "firstAttemptReasons": ["invalid_moderation_label"], "finalReasons": [], "response": {"ok": true, "answer": "OK", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 2, "error": ""}},
+ {"line": 6, "run": 1, "kind": "CommandHelp", "tags": ["příkazy"], "message": "Jak otevřu mapu?", "outcome": "rejected", "latencyMs": 0, "transportCalls": 2, "failedTransportCalls": 0,
+  "firstAttemptReasons": ["invented_command:/map"], "finalReasons": ["invented_command:/mapka"], "response": {"ok": false, "answer": "Zkus /mapka.", "model": "loopback-model", "watchdogPassed": false, "watchdogReasons": ["invented_command:/mapka"], "fallback": false, "attempts": 2, "error": "AI answer rejected by watchdog"}},
+ {"line": 7, "run": 1, "kind": "AntiCheatTriage", "tags": [], "message": "Hráč má 40 zabití za minutu.", "expected": "HIGH", "outcome": "template", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 1,
+  "firstAttemptReasons": [], "finalReasons": [], "response": {"ok": true, "answer": "WATCH", "model": "watchdog-template", "watchdogPassed": true, "watchdogReasons": [], "fallback": true, "attempts": 1, "error": "AI endpoint returned HTTP/1.1 503 Service Unavailable"}},
+ {"line": 8, "run": 1, "kind": "GeneralChat", "tags": ["hostinec"], "message": "Ahoj!", "outcome": "transport_failure", "latencyMs": 0, "transportCalls": 1, "failedTransportCalls": 1,
+  "firstAttemptReasons": [], "finalReasons": [], "response": {"ok": false, "answer": "", "model": "loopback-model", "watchdogPassed": true, "watchdogReasons": [], "fallback": false, "attempts": 1, "error": "Malformed AI HTTP response"}}
 ]})";
 
 TEST(EvalTool, JsonReportHoldsEveryRunAndTheSummary) {
@@ -206,7 +164,7 @@ TEST(EvalTool, JsonReportHoldsEveryRunAndTheSummary) {
   Json expected = Json::parse(kSevenCasesReport);
   expected["settings"]["endpoint"] = server.endpoint();
   Json report = run.report("report.json");
-  checkAndClearLatencies(report);
+  clearLatencies(report);
   expectSameJson(report, expected);
 
   // The sampling options reach the model server.
@@ -222,12 +180,21 @@ TEST(EvalTool, JsonReportHoldsEveryRunAndTheSummary) {
   EXPECT_EQ(
       result.out.substr(0, result.out.find("\n\n")),
       "tovrin-ai-eval: 7 requests from 7 lines, model loopback-model at " +
-          server.endpoint());
+          server.endpoint() + ", no helper text");
   EXPECT_NE(
       result.out.find("\nall                                     7         3"
                       "         2         1         1        10"),
       std::string::npos)
       << result.out;
+  // It says which score is whose, and which label only the template gave.
+  for (const char* line :
+       {"\nAntiCheatTriage, the model's own answers: 0 of 1 labels right",
+        "\nexpected answers: 0 of 1 matched by the model, 1 in what the game "
+        "receives\n",
+        "\n  line 7, run 1: template WATCH (expected HIGH), error: AI "
+        "endpoint returned HTTP/1.1 503 Service Unavailable\n"}) {
+    EXPECT_NE(result.out.find(line), std::string::npos) << line;
+  }
 }
 
 TEST(EvalTool, FallbackServerAnswersWhenTheFirstFails) {
@@ -243,14 +210,33 @@ TEST(EvalTool, FallbackServerAnswersWhenTheFirstFails) {
                "r.json", "in.jsonl"});
   ASSERT_EQ(result.exitStatus, 0) << result.err;
   const Json runJson = run.report("r.json")["results"][0];
-  EXPECT_EQ(runJson["outcome"], "model");
-  EXPECT_EQ(runJson["transportCalls"], 2);
-  EXPECT_EQ(runJson["failedTransportCalls"], 1);
-  EXPECT_EQ(runJson["response"]["model"], "spare");
-  EXPECT_EQ(runJson["response"]["fallback"], true);
+  EXPECT_EQ(Json({runJson["outcome"], runJson["transportCalls"],
+                  runJson["failedTransportCalls"], runJson["response"]["model"],
+                  runJson["response"]["fallback"]}),
+            Json({"model", 2, 1, "spare", true}));
   ASSERT_EQ(fallback.requests().size(), 1u);
   EXPECT_NE(fallback.requests()[0].find("\"model\":\"spare\""),
             std::string::npos);
+}
+
+// With --json - standard output holds the JSON alone and the table goes to
+// standard error; a helper text that cannot be read is a warning, and the
+// settings say that none was used.
+TEST(EvalTool, JsonToStandardOutputAndAMissingHelper) {
+  const test::LoopbackServer server({test::chatCompletionStep("OK")});
+  const EvalRun run;
+  run.write("in.jsonl", R"({"message": "a", "kind": 4})");
+  const test::ProcessResult result =
+      run.run({"--endpoint", server.endpoint(), "--helper", "absent.txt",
+               "--json", "-", "in.jsonl"});
+  ASSERT_EQ(result.exitStatus, 0) << result.err;
+  const Json report = Json::parse(result.out);
+  EXPECT_EQ(report["settings"]["helper"], nullptr);
+  EXPECT_EQ(report["summary"]["overall"]["acceptedModel"], 1);
+  EXPECT_EQ(result.err.substr(0, result.err.find('\n')),
+            "tovrin-ai-eval: warning: cannot read the helper text "
+            "absent.txt; running without one");
+  EXPECT_NE(result.err.find(", no helper text\n"), std::string::npos);
 }
 
 TEST(EvalTool, RepeatedRunsGoSideBySideAndKeepTheirOrder) {
@@ -282,9 +268,12 @@ TEST(EvalTool, RepeatedRunsGoSideBySideAndKeepTheirOrder) {
   EXPECT_EQ(report["summary"]["overall"]["acceptedModel"], 6);
 }
 
-// The README's example command, run as written but for the program path and
-// the endpoint, in a directory laid out like the repository root.
-TEST(EvalTool, ReadmeExampleRunsOnTheSamples) {
+// The README's example command as written but for the program path, the
+// endpoint and extra arguments before the input, run in run's directory
+// laid out like the repository root.
+test::ProcessResult runReadmeExample(const EvalRun& run,
+                                     const std::string& endpoint,
+                                     const std::vector<std::string>& extra) {
   std::istringstream readme(
       readFile(fs::path(TOVRIN_AI_SOURCE_DIR) / "README.md"));
   const std::string prefix =
@@ -296,24 +285,29 @@ TEST(EvalTool, ReadmeExampleRunsOnTheSamples) {
     for (std::string word; words >> word;) args.push_back(word);
     break;
   }
-  ASSERT_GT(args.size(), 2u) << "no example command in the README";
+  if (args.size() < 3) {
+    ADD_FAILURE() << "no example command in the README";
+    return {};
+  }
   args.erase(args.begin());
-  ASSERT_EQ(args[0], "--endpoint");
+  args[1] = endpoint;
+  args.insert(args.end() - 1, extra.begin(), extra.end());
+  for (const char* dir : {"examples/eval", "assets/ai"}) {
+    fs::create_directories(run.dir() / dir);
+    fs::copy(fs::path(TOVRIN_AI_SOURCE_DIR) / dir, run.dir() / dir,
+             fs::copy_options::recursive);
+  }
+  return run.run(args);
+}
 
+TEST(EvalTool, ReadmeExampleRunsOnTheSamples) {
   // Every model answer is "OK": right for moderation, a wrong label for
   // triage, missing the exact result for the arithmetic, no refusal where a
   // fact forbids what is asked.
   const test::LoopbackServer server({test::chatCompletionStep("OK")}, 0,
                                     test::Serving::kConcurrently);
-  args[1] = server.endpoint();
   const EvalRun run;
-  fs::create_directories(run.dir() / "examples");
-  fs::copy(fs::path(TOVRIN_AI_SOURCE_DIR) / "examples" / "eval",
-           run.dir() / "examples" / "eval", fs::copy_options::recursive);
-  fs::create_directories(run.dir() / "assets");
-  fs::copy(fs::path(TOVRIN_AI_SOURCE_DIR) / "assets" / "ai",
-           run.dir() / "assets" / "ai", fs::copy_options::recursive);
-  const test::ProcessResult result = run.run(args);
+  const test::ProcessResult result = runReadmeExample(run, server.endpoint(), {});
   ASSERT_EQ(result.exitStatus, 0) << result.err;
   EXPECT_EQ(result.out.rfind("tovrin-ai-eval: 33 requests from 33 lines", 0),
             0u)
@@ -321,13 +315,11 @@ TEST(EvalTool, ReadmeExampleRunsOnTheSamples) {
 
   const Json report = run.report("eval-report.json");
   EXPECT_EQ(report["settings"]["concurrency"], 2);
-  const Json& overall = report["summary"]["overall"];
-  EXPECT_EQ(overall["requests"], 33);
-  EXPECT_EQ(overall["acceptedModel"], 20);
-  EXPECT_EQ(overall["acceptedTemplate"], 13);
-  EXPECT_EQ(overall["rejected"], 0);
-  EXPECT_EQ(overall["transportFailures"], 0);
-  EXPECT_EQ(overall["transportCalls"], 46);
+  Json overall = report["summary"]["overall"];
+  overall.erase("latencyMs");
+  EXPECT_EQ(overall, Json::parse(R"({"requests": 33, "acceptedModel": 20,
+      "acceptedTemplate": 13, "rejected": 0, "transportFailures": 0,
+      "transportCalls": 46, "failedTransportCalls": 0})"));
   EXPECT_EQ(server.requests().size(), 46u);
   // Counted per run even with runs side by side: an accepted "OK" took one
   // call, anything else the repair attempt too.
@@ -335,6 +327,56 @@ TEST(EvalTool, ReadmeExampleRunsOnTheSamples) {
     EXPECT_EQ(entry["transportCalls"], entry["outcome"] == "model" ? 1 : 2)
         << "line " << entry["line"];
   }
+}
+
+// A real browser renders the page of the README's sample run: the summary figures,
+// one chart per watchdog rule and the model's name (escaped, in UTF-8) are
+// there, and a screenshot is left in the build folder to look at.
+TEST(EvalTool, HtmlReportRendersInChromium) {
+  const fs::path chromium = "/usr/bin/chromium";
+  if (test::runningUnderWine() || !fs::exists(chromium)) {
+    GTEST_SKIP() << "no " << chromium << " to render the report in";
+  }
+  const test::LoopbackServer server({test::chatCompletionStep("OK")}, 0,
+                                    test::Serving::kConcurrently);
+  const EvalRun run;
+  const test::ProcessResult eval =
+      runReadmeExample(run, server.endpoint(), {"--model", "Qwen č<1>"});
+  ASSERT_EQ(eval.exitStatus, 0) << eval.err;
+
+  auto browse = [&](const std::string& profile, const std::string& action) {
+    return test::runProcess(
+        chromium,
+        {"--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",
+         "--no-first-run", "--disable-background-networking",
+         "--disable-component-update", "--disable-sync",
+         "--user-data-dir=" + (run.dir() / profile).string(),
+         "--window-size=1200,2000", action,
+         "file://" + (run.dir() / "eval-report.html").string()},
+        run.dir());
+  };
+  const test::ProcessResult dom = browse("profile-dom", "--dump-dom");
+  ASSERT_EQ(dom.exitStatus, 0) << dom.err;
+  EXPECT_NE(dom.out.find("<th>all</th><td>33</td><td>20</td><td>13</td>"
+                         "<td>0</td><td>0</td><td>46</td>"),
+            std::string::npos)
+      << dom.out;
+  std::size_t charts = 0;
+  for (std::size_t at = 0;
+       (at = dom.out.find("<svg class=\"rule-chart\"", at)) != std::string::npos;
+       ++at) {
+    ++charts;
+  }
+  EXPECT_EQ(charts, std::size(kReasonCodes));
+  EXPECT_NE(dom.out.find("<h1>tovrin-ai-eval: Qwen č&lt;1&gt;</h1>"),
+            std::string::npos);
+
+  const fs::path picture = fs::path(TOVRIN_AI_BINARY_DIR) / "eval_report.png";
+  fs::remove(picture);
+  const test::ProcessResult shot =
+      browse("profile-shot", "--screenshot=" + picture.string());
+  EXPECT_EQ(shot.exitStatus, 0) << shot.err;
+  EXPECT_GT(fs::exists(picture) ? fs::file_size(picture) : 0, 0u);
 }
 
 TEST(EvalTool, ReplayGivesTheVerdictsOfValidateAnswer) {
@@ -352,22 +394,19 @@ TEST(EvalTool, ReplayGivesTheVerdictsOfValidateAnswer) {
   EXPECT_EQ(report["mode"], "replay");
   EXPECT_FALSE(report.contains("settings"));
 
-  const Json& results = report["results"];
-  ASSERT_EQ(results.size(), input.cases.size());
+  Json verdicts = Json::array();
+  Json expected = Json::array();
   std::size_t passed = 0;
-  for (std::size_t i = 0; i < input.cases.size(); ++i) {
-    const EvalCase& evalCase = input.cases[i];
-    ASSERT_TRUE(evalCase.answer) << "line " << evalCase.line;
-    const WatchdogVerdict verdict =
-        validateAnswer(*evalCase.answer, applyToolFacts(evalCase.request));
-    EXPECT_EQ(results[i]["line"], evalCase.line);
-    EXPECT_EQ(results[i]["response"]["watchdogPassed"], verdict.passed)
-        << "line " << evalCase.line;
-    EXPECT_EQ(results[i]["response"]["watchdogReasons"], verdict.reasons)
-        << "line " << evalCase.line;
-    EXPECT_EQ(results[i]["transportCalls"], 0);
+  for (const Json& result : report["results"]) {
+    verdicts.push_back({result["line"], result["response"]["watchdogReasons"]});
+  }
+  for (const EvalCase& evalCase : input.cases) {
+    const WatchdogVerdict verdict = validateAnswer(
+        evalCase.answer.value_or(""), applyToolFacts(evalCase.request));
+    expected.push_back({evalCase.line, verdict.reasons});
     if (verdict.passed) ++passed;
   }
+  EXPECT_EQ(verdicts, expected);
   // The samples show passing and rejected answers alike.
   EXPECT_GT(passed, 0u);
   EXPECT_LT(passed, input.cases.size());
@@ -411,31 +450,78 @@ TEST(EvalTool, ReplayTableReadsAsWritten) {
             "  line 3: slash_command_forbidden\n");
 }
 
-TEST(EvalTool, BadInputStopsBeforeAnyModelCall) {
+// Every refusal ends the tool with status 2 and a line naming the problem
+// before any model call. Each row runs against a server that counts the
+// connections; a later --endpoint in a row replaces the server's.
+TEST(EvalTool, RefusalsStopBeforeAnyModelCall) {
+  struct Row {
+    const char* name;
+    std::vector<std::string> args;
+    std::string firstErrorLine;  // after "tovrin-ai-eval: " unless a file's
+  };
+  const std::string http = "http://127.0.0.1";
+  const Row rows[] = {
+      {"no_input", {"--replay"}, "no input file"},
+      {"two_inputs", {"in.jsonl", "b.jsonl"}, "only one input file: b.jsonl"},
+      {"misspelt_option", {"--modle", "m", "in.jsonl"}, "unknown option: --modle"},
+      {"single_dash_option", {"-x", "in.jsonl"}, "unknown option: -x"},
+      {"value_missing_at_end", {"in.jsonl", "--model"}, "--model needs a value"},
+      {"flag_with_value", {"--replay=yes", "in.jsonl"}, "--replay takes no value"},
+      {"timeout_with_unit", {"--timeout", "5s", "in.jsonl"}, "bad value for --timeout: 5s"},
+      {"timeout_zero", {"--timeout", "0", "in.jsonl"}, "bad value for --timeout: 0"},
+      {"top_p_above_one", {"--top-p", "1.5", "in.jsonl"}, "bad value for --top-p: 1.5"},
+      {"temperature_nan", {"--temperature", "nan", "in.jsonl"}, "bad value for --temperature: nan"},
+      {"temperature_comma", {"--temperature", "0,3", "in.jsonl"}, "bad value for --temperature: 0,3"},
+      {"repeat_zero", {"--repeat", "0", "in.jsonl"}, "bad value for --repeat: 0 (1 to 1000)"},
+      {"repeat_huge", {"--repeat=4000000000", "in.jsonl"}, "bad value for --repeat: 4000000000 (1 to 1000)"},
+      {"repeat_overflow", {"--repeat", "99999999999999999999", "in.jsonl"}, "bad value for --repeat: 99999999999999999999 (1 to 1000)"},
+      {"concurrency_zero", {"--concurrency", "0", "in.jsonl"}, "bad value for --concurrency: 0 (1 to 64)"},
+      {"concurrency_above_limit", {"--concurrency=65", "in.jsonl"}, "bad value for --concurrency: 65 (1 to 64)"},
+      {"endpoint_empty", {"--endpoint=", "in.jsonl"}, "bad value for --endpoint: : AI endpoint must use http://"},
+      {"endpoint_ftp", {"--endpoint", "ftp://x", "in.jsonl"}, "bad value for --endpoint: ftp://x: AI endpoint must use http://"},
+      {"endpoint_https", {"--endpoint", "https://x/v1", "in.jsonl"}, "bad value for --endpoint: https://x/v1: AI endpoint must use http://"},
+      {"endpoint_no_host", {"--endpoint", "http://:80/v1", "in.jsonl"}, "bad value for --endpoint: http://:80/v1: Invalid AI endpoint URL"},
+      {"port_too_big", {"--endpoint", http + ":99999/v1", "in.jsonl"}, "bad value for --endpoint: " + http + ":99999/v1: port must be a number from 1 to 65535"},
+      {"port_not_a_number", {"--endpoint", http + ":abc/v1", "in.jsonl"}, "bad value for --endpoint: " + http + ":abc/v1: port must be a number from 1 to 65535"},
+      {"port_zero", {"--endpoint", http + ":0", "in.jsonl"}, "bad value for --endpoint: " + http + ":0: port must be a number from 1 to 65535"},
+      {"fallback_endpoint_alone", {"--fallback-endpoint", http + ":1", "in.jsonl"}, "--fallback-endpoint and --fallback-model go together"},
+      {"fallback_model_alone", {"--fallback-model", "m", "in.jsonl"}, "--fallback-endpoint and --fallback-model go together"},
+      {"fallback_port_bad", {"--fallback-endpoint", http + ":70000", "--fallback-model", "m", "in.jsonl"}, "bad value for --fallback-endpoint: " + http + ":70000: port must be a number from 1 to 65535"},
+      {"both_reports_to_stdout", {"--json", "-", "--html", "-", "in.jsonl"}, "only one of --json and --html can go to standard output"},
+      {"input_directory", {"sub"}, "sub is a directory"},
+      {"input_missing", {"absent.jsonl"}, "cannot read absent.jsonl"},
+      {"input_empty", {"empty.jsonl"}, "empty.jsonl holds no request"},
+      {"input_blank_lines", {"blank.jsonl"}, "blank.jsonl holds no request"},
+      {"json_names_input", {"--json", "in.jsonl", "in.jsonl"}, "--json names the input file in.jsonl"},
+      {"json_names_input_otherwise", {"--json=sub/../in.jsonl", "./in.jsonl"}, "--json names the input file ./in.jsonl"},
+      {"html_names_input", {"--html", "in.jsonl", "in.jsonl"}, "--html names the input file in.jsonl"},
+      {"reports_share_a_file", {"--json", "r", "--html", "./r", "in.jsonl"}, "--json and --html name the same file r"},
+      {"bad_lines", {"bad.jsonl"}, "bad.jsonl:2: unknown field \"worldfacts\""},
+  };
   const test::LoopbackServer server({test::chatCompletionStep("OK")});
   const EvalRun run;
-  run.write("in.jsonl",
+  run.write("in.jsonl", "{\"message\": \"a\"}\n");
+  run.write("empty.jsonl", "");
+  run.write("blank.jsonl", "\n  \r\n\t\n");
+  run.write("bad.jsonl",
             "{\"message\": \"a\"}\n"
             "{\"message\": \"b\", \"worldfacts\": [\"x\"]}\n"
-            "{\"message\": \"c\", \"kind\": \"ChatModeration\", \"expected\": "
-            "\"ok\"}\n");
-  const test::ProcessResult result =
-      run.run({"--endpoint", server.endpoint(), "in.jsonl"});
-  EXPECT_EQ(result.exitStatus, 2);
-  EXPECT_EQ(result.out, "");
-  EXPECT_EQ(result.err,
-            "in.jsonl:2: unknown field \"worldfacts\"\n"
-            "in.jsonl:3: expected must be a label of ChatModeration\n");
-  EXPECT_TRUE(server.requests().empty());
-
-  const test::ProcessResult missing = run.run({"absent.jsonl"});
-  EXPECT_EQ(missing.exitStatus, 2);
-  EXPECT_EQ(missing.err, "tovrin-ai-eval: cannot read absent.jsonl\n");
-
-  const test::ProcessResult badOption = run.run({"--repeat", "0", "in.jsonl"});
-  EXPECT_EQ(badOption.exitStatus, 2);
-  EXPECT_EQ(badOption.err.substr(0, badOption.err.find('\n')),
-            "tovrin-ai-eval: bad value for --repeat: 0");
+            "{\"message\": \"c\", \"kind\": 4, \"expected\": \"ok\"}\n");
+  fs::create_directories(run.dir() / "sub");
+  for (const Row& row : rows) {
+    std::vector<std::string> args{"--endpoint", server.endpoint()};
+    args.insert(args.end(), row.args.begin(), row.args.end());
+    const test::ProcessResult result = run.run(args);
+    EXPECT_EQ(result.exitStatus, 2) << row.name;
+    EXPECT_EQ(result.out, "") << row.name;
+    const std::string firstLine = result.err.substr(0, result.err.find('\n'));
+    EXPECT_EQ(firstLine, row.name == std::string("bad_lines")
+                             ? row.firstErrorLine
+                             : "tovrin-ai-eval: " + row.firstErrorLine)
+        << row.name;
+    EXPECT_TRUE(server.requests().empty()) << row.name;
+    EXPECT_FALSE(fs::exists(run.dir() / "r")) << row.name;
+  }
 }
 
 }  // namespace

@@ -2,34 +2,14 @@
 
 #include <charconv>
 #include <cmath>
+#include <exception>
 #include <string_view>
 #include <system_error>
 
-namespace tovrin::ai::eval {
+#include "figure_text.hpp"
+#include "tovrin/ai/transport.hpp"
 
-const char* const kUsage =
-    "usage: tovrin-ai-eval [options] REQUESTS.jsonl\n"
-    "\n"
-    "Sends every request of the JSON Lines file through the runtime and\n"
-    "summarises how the model's answers fared with the watchdog.\n"
-    "\n"
-    "  --endpoint URL           model server (default\n"
-    "                           http://127.0.0.1:17944/v1/chat/completions)\n"
-    "  --model NAME             model name (default Qwen2.5-1.5B-Instruct-Q8)\n"
-    "  --fallback-endpoint URL  second server, asked when the first fails\n"
-    "  --fallback-model NAME    model name for the second server\n"
-    "  --timeout MS             per send and per receive (default 25000)\n"
-    "  --temperature X          sampling temperature (default 0.03)\n"
-    "  --top-p X                nucleus sampling (default 0.8)\n"
-    "  --helper FILE            helper text (default\n"
-    "                           assets/ai/czech_helper_cs.txt; \"\" for none)\n"
-    "  --repeat N               run every request N times (default 1)\n"
-    "  --concurrency N          requests at once, 1 to 64 (default 1)\n"
-    "  --json FILE              also write the full report as JSON\n"
-    "  --replay                 judge the answers stored in the lines with\n"
-    "                           the watchdog alone; no model is asked, and\n"
-    "                           --repeat and --concurrency do not apply\n"
-    "  --help                   this text\n";
+namespace tovrin::ai::eval {
 
 namespace {
 
@@ -50,8 +30,10 @@ constexpr KnownOption kOptions[] = {
     {"--repeat", true},
     {"--concurrency", true},
     {"--json", true},
+    {"--html", true},
     {"--replay", false},
     {"--help", false},
+    {"-h", false},
 };
 
 template <typename Number>
@@ -67,6 +49,10 @@ bool parseFraction(std::string_view text, float& value) {
   return parseNumber(text, value) && std::isfinite(value) && value >= 0.0f;
 }
 
+bool parseCount(std::string_view text, std::size_t& value, std::size_t max) {
+  return parseNumber(text, value) && value >= 1 && value <= max;
+}
+
 // Stores value into the option called name; false when it is malformed.
 bool store(EvalOptions& options, std::string_view name,
            const std::string& value) {
@@ -76,6 +62,7 @@ bool store(EvalOptions& options, std::string_view name,
   if (name == "--fallback-model") options.fallbackModel = value;
   if (name == "--helper") options.helperPath = value;
   if (name == "--json") options.jsonReport = value;
+  if (name == "--html") options.htmlReport = value;
   if (name == "--timeout") {
     return parseNumber(value, options.timeoutMs) && options.timeoutMs >= 1;
   }
@@ -85,17 +72,87 @@ bool store(EvalOptions& options, std::string_view name,
   if (name == "--top-p") {
     return parseFraction(value, options.topP) && options.topP <= 1.0f;
   }
-  if (name == "--repeat") {
-    return parseNumber(value, options.repeat) && options.repeat >= 1;
-  }
+  if (name == "--repeat") return parseCount(value, options.repeat, kMaxRepeat);
   if (name == "--concurrency") {
-    return parseNumber(value, options.concurrency) &&
-           options.concurrency >= 1 && options.concurrency <= kMaxConcurrency;
+    return parseCount(value, options.concurrency, kMaxConcurrency);
   }
   return true;
 }
 
+std::string rangeOf(std::string_view name) {
+  if (name == "--repeat") return " (1 to " + std::to_string(kMaxRepeat) + ")";
+  if (name == "--concurrency") {
+    return " (1 to " + std::to_string(kMaxConcurrency) + ")";
+  }
+  return "";
+}
+
+// The runtime would find these faults only at every single call, so they
+// are refused before the first. Empty when url can work.
+std::string endpointFault(const std::string& url) {
+  AiEndpoint endpoint;
+  try {
+    endpoint = parseEndpoint(url);
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+  unsigned port = 0;
+  if (!parseNumber(std::string_view(endpoint.port), port) || port < 1 ||
+      port > 65535) {
+    return "port must be a number from 1 to 65535";
+  }
+  return "";
+}
+
 }  // namespace
+
+std::string usage() {
+  const AiRuntimeConfig defaults;
+  return "usage: tovrin-ai-eval [options] REQUESTS.jsonl\n"
+         "\n"
+         "Sends every request of the JSON Lines file through the runtime and\n"
+         "summarises how the model's answers fared with the watchdog.\n"
+         "\n"
+         "  --endpoint URL           model server (default\n"
+         "                           " +
+         defaults.endpoint +
+         ")\n"
+         "  --model NAME             model name (default " +
+         defaults.model +
+         ")\n"
+         "  --fallback-endpoint URL  second server, asked when the first "
+         "fails\n"
+         "  --fallback-model NAME    model name for the second server\n"
+         "  --timeout MS             per send and per receive (default " +
+         std::to_string(defaults.timeoutMs) +
+         ")\n"
+         "  --temperature X          sampling temperature (default " +
+         shortestText(defaults.temperature) +
+         ")\n"
+         "  --top-p X                nucleus sampling (default " +
+         shortestText(defaults.topP) +
+         ")\n"
+         "  --helper FILE            helper text (default\n"
+         "                           " +
+         defaults.helperPath.string() +
+         "; \"\" for none)\n"
+         "  --repeat N               run every request N times, 1 to " +
+         std::to_string(kMaxRepeat) +
+         " (default 1)\n"
+         "  --concurrency N          requests at once, 1 to " +
+         std::to_string(kMaxConcurrency) +
+         " (default 1)\n"
+         "  --json FILE              also write the full report as JSON\n"
+         "  --html FILE              also write the report as one HTML page\n"
+         "                           (FILE \"-\": standard output; the table\n"
+         "                           then goes to standard error)\n"
+         "  --replay                 judge the answers stored in the lines "
+         "with\n"
+         "                           the watchdog alone; no model is asked, "
+         "and\n"
+         "                           --repeat and --concurrency do not apply\n"
+         "  -h, --help               this text\n";
+}
 
 std::optional<EvalOptions> parseOptions(const std::vector<std::string>& args,
                                         std::string& error) {
@@ -103,7 +160,8 @@ std::optional<EvalOptions> parseOptions(const std::vector<std::string>& args,
   bool haveInput = false;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& arg = args[i];
-    if (arg.size() < 2 || arg.compare(0, 2, "--") != 0) {
+    // "-" alone is standard input, anything else starting with '-' an option.
+    if (arg.size() < 2 || arg[0] != '-') {
       if (haveInput) {
         error = "only one input file: " + arg;
         return std::nullopt;
@@ -128,7 +186,7 @@ std::optional<EvalOptions> parseOptions(const std::vector<std::string>& args,
         return std::nullopt;
       }
       if (name == "--replay") options.replay = true;
-      if (name == "--help") options.help = true;
+      if (name == "--help" || name == "-h") options.help = true;
       continue;
     }
     std::string value;
@@ -141,7 +199,8 @@ std::optional<EvalOptions> parseOptions(const std::vector<std::string>& args,
       return std::nullopt;
     }
     if (!store(options, name, value)) {
-      error = "bad value for " + std::string(name) + ": " + value;
+      error =
+          "bad value for " + std::string(name) + ": " + value + rangeOf(name);
       return std::nullopt;
     }
   }
@@ -150,9 +209,27 @@ std::optional<EvalOptions> parseOptions(const std::vector<std::string>& args,
     error = "no input file";
     return std::nullopt;
   }
-  if (options.endpoint.empty()) {
-    error = "--endpoint must not be empty";
+  if (options.jsonReport == "-" && options.htmlReport == "-") {
+    error = "only one of --json and --html can go to standard output";
     return std::nullopt;
+  }
+  if (options.replay) return options;
+  if (options.fallbackEndpoint.empty() != options.fallbackModel.empty()) {
+    error = "--fallback-endpoint and --fallback-model go together";
+    return std::nullopt;
+  }
+  std::string fault = endpointFault(options.endpoint);
+  if (!fault.empty()) {
+    error = "bad value for --endpoint: " + options.endpoint + ": " + fault;
+    return std::nullopt;
+  }
+  if (!options.fallbackEndpoint.empty()) {
+    fault = endpointFault(options.fallbackEndpoint);
+    if (!fault.empty()) {
+      error = "bad value for --fallback-endpoint: " + options.fallbackEndpoint +
+              ": " + fault;
+      return std::nullopt;
+    }
   }
   return options;
 }

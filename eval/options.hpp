@@ -13,30 +13,39 @@
 namespace tovrin::ai::eval {
 
 inline constexpr std::size_t kMaxConcurrency = 64;
+// Every run keeps its result in memory; this keeps a typing slip from
+// asking for more than that can hold.
+inline constexpr std::size_t kMaxRepeat = 1000;
 
+// The runtime settings start as the library's own defaults.
 struct EvalOptions {
   std::string input;  // the JSON Lines file; "-" for standard input
-  std::string endpoint = kDefaultEndpoint;
-  std::string model = kDefaultModel;
-  std::string fallbackEndpoint;
-  std::string fallbackModel;
-  std::int64_t timeoutMs = 25000;
-  float temperature = 0.03f;
-  float topP = 0.8f;
-  std::string helperPath = kDefaultHelperPath;  // "": none
+  std::string endpoint = AiRuntimeConfig{}.endpoint;
+  std::string model = AiRuntimeConfig{}.model;
+  std::string fallbackEndpoint = AiRuntimeConfig{}.fallbackEndpoint;
+  std::string fallbackModel = AiRuntimeConfig{}.fallbackModel;
+  std::int64_t timeoutMs = AiRuntimeConfig{}.timeoutMs;
+  float temperature = AiRuntimeConfig{}.temperature;
+  float topP = AiRuntimeConfig{}.topP;
+  std::string helperPath = AiRuntimeConfig{}.helperPath.string();  // "": none
   std::size_t repeat = 1;
   std::size_t concurrency = 1;
-  std::string jsonReport;  // "": no JSON report
+  std::string jsonReport;  // "": no JSON report; "-": standard output
+  std::string htmlReport;  // "": no HTML report; "-": standard output
   bool replay = false;
   bool help = false;
 };
 
-// The usage text printed by --help and after a command-line error.
-extern const char* const kUsage;
+// The usage text printed by --help and after a command-line error, with the
+// library's default values.
+std::string usage();
 
 // Reads the arguments after the program name; "--name value" and
-// "--name=value" are both accepted. On a bad command line returns no value
-// and sets error to one line saying what is wrong.
+// "--name=value" are both accepted. Refuses what could never run: an
+// endpoint the runtime cannot parse or whose port is not 1 to 65535, a
+// fallback endpoint without a fallback model or the other way round, counts
+// out of range. On a bad command line returns no value and sets error to one
+// line saying what is wrong.
 std::optional<EvalOptions> parseOptions(const std::vector<std::string>& args,
                                         std::string& error);
 

@@ -11,12 +11,15 @@ namespace tovrin::ai::eval {
 
 // "[#######.............]  12/30  2.4 req/s  left 0:08": the bar, the
 // runs done, the rate so far and the time left at that rate. Rate and time
-// left read "-" until the first run has ended.
+// left read "-" until the first run has ended. With columns (0: no limit)
+// the line stays shorter than that, so that the terminal never wraps it:
+// the bar narrows, then goes, then the tail is cut.
 std::string formatProgress(std::size_t done, std::size_t total,
-                           double elapsedSeconds);
+                           double elapsedSeconds, std::size_t columns = 0);
 
 // Redraws the bar in place on stream ("\r", no escape sequences, so any
-// console shows it). Draws nothing at all when disabled.
+// console shows it), fitted to the terminal's width at each redraw. Draws
+// nothing at all when disabled.
 class ProgressBar {
  public:
   ProgressBar(std::FILE* stream, bool enabled);

@@ -41,7 +41,7 @@ Json group(const GroupSummary& summary) {
   };
 }
 
-Json labels(const LabelSummary& summary) {
+Json labelScore(const LabelSummary& summary, const LabelScore& score) {
   Json matrix = Json::object();
   for (std::size_t row = 0; row < summary.labels.size(); ++row) {
     Json given = Json::object();
@@ -49,17 +49,25 @@ Json labels(const LabelSummary& summary) {
       const std::string name = column < summary.labels.size()
                                    ? summary.labels[column]
                                    : std::string(kNoLabel);
-      given[name] = summary.matrix[row][column];
+      given[name] = score.matrix[row][column];
     }
     matrix[summary.labels[row]] = std::move(given);
   }
   return {
-      {"lines", summary.lines},
-      {"correct", summary.correct},
+      {"correct", score.correct},
       {"accuracy", summary.lines == 0 ? 0.0
-                                      : static_cast<double>(summary.correct) /
+                                      : static_cast<double>(score.correct) /
                                             static_cast<double>(summary.lines)},
       {"matrix", std::move(matrix)},
+  };
+}
+
+Json labels(const LabelSummary& summary) {
+  return {
+      {"lines", summary.lines},
+      {"fromTemplate", summary.templateAnswers},
+      {"modelOwn", labelScore(summary, summary.model)},
+      {"gameReceives", labelScore(summary, summary.game)},
   };
 }
 
@@ -85,8 +93,9 @@ Json summaryJson(const Summary& summary) {
       {"reasons", std::move(reasons)},
       {"labels", std::move(labelJson)},
       {"expectedAnswers",
-       {{"lines", summary.expectedAnswers},
-        {"matched", summary.matchedAnswers}}},
+       {{"lines", summary.expectedAnswers.lines},
+        {"matchedByModel", summary.expectedAnswers.matchedByModel},
+        {"matchedForGame", summary.expectedAnswers.matchedForGame}}},
   };
 }
 
@@ -141,7 +150,8 @@ std::string jsonReport(const EvalOptions& options,
         {"timeoutMs", options.timeoutMs},
         {"temperature", shortest(options.temperature)},
         {"topP", shortest(options.topP)},
-        {"helper", options.helperPath},
+        {"helper",
+         options.helperPath.empty() ? Json(nullptr) : Json(options.helperPath)},
         {"repeat", options.repeat},
         {"concurrency", options.concurrency},
     };

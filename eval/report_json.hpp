@@ -15,7 +15,10 @@ namespace tovrin::ai::eval {
 // The report as indented JSON text, keys in a fixed order:
 //   {"mode", "input", "settings" (not in replay mode), "summary": {"overall",
 //    "byKind", "byTag", "reasons", "labels", "expectedAnswers"}, "results"}
-// Bytes of a model answer that are not UTF-8 become U+FFFD.
+// Label accuracy and expected answers are scored twice: "modelOwn" (the
+// model's accepted answers only) and "gameReceives" (model or template).
+// "helper" is null when no helper text was used. Bytes of a model answer
+// that are not UTF-8 become U+FFFD.
 std::string jsonReport(const EvalOptions& options,
                        const std::vector<EvalCase>& cases,
                        const std::vector<EvalResult>& results,

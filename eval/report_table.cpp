@@ -1,8 +1,9 @@
 #include "report_table.hpp"
 
-#include <charconv>
 #include <string>
 #include <string_view>
+
+#include "figure_text.hpp"
 
 namespace tovrin::ai::eval {
 
@@ -33,29 +34,6 @@ std::string right(std::string_view text, std::size_t width = kNumberWidth) {
          std::string(text);
 }
 
-std::string fixed(double value, int decimals) {
-  char buffer[64];
-  const auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, value,
-                                          std::chars_format::fixed, decimals);
-  return error == std::errc() ? std::string(buffer, end) : "?";
-}
-
-std::string percent(std::size_t part, std::size_t whole) {
-  if (whole == 0) return "-";
-  return fixed(100.0 * static_cast<double>(part) / static_cast<double>(whole),
-               1) +
-         " %";
-}
-
-std::string joined(const std::vector<std::string>& texts) {
-  std::string line;
-  for (const std::string& text : texts) {
-    if (!line.empty()) line += ", ";
-    line += text;
-  }
-  return line;
-}
-
 void writeGroups(std::ostream& out, const Summary& summary, bool replay) {
   std::vector<const GroupSummary*> groups{&summary.overall};
   for (const GroupSummary& group : summary.byKind) groups.push_back(&group);
@@ -78,9 +56,9 @@ void writeGroups(std::ostream& out, const Summary& summary, bool replay) {
     if (!replay) {
       out << right(std::to_string(group.transportFailures))
           << right(std::to_string(group.transportCalls))
-          << right(fixed(group.latencyMs.p50, 0))
-          << right(fixed(group.latencyMs.p90, 0))
-          << right(fixed(group.latencyMs.p99, 0));
+          << right(fixedText(group.latencyMs.p50, 0))
+          << right(fixedText(group.latencyMs.p90, 0))
+          << right(fixedText(group.latencyMs.p99, 0));
     }
     out << '\n';
   };
@@ -90,14 +68,14 @@ void writeGroups(std::ostream& out, const Summary& summary, bool replay) {
   const GroupSummary& all = summary.overall;
   out << '\n';
   if (replay) {
-    out << "passed " << percent(all.model, all.requests) << ", rejected "
-        << percent(all.rejected, all.requests) << '\n';
+    out << "passed " << percentText(all.model, all.requests) << ", rejected "
+        << percentText(all.rejected, all.requests) << '\n';
   } else {
-    out << "accepted from the model " << percent(all.model, all.requests)
-        << ", as template " << percent(all.templateAnswers, all.requests)
-        << ", rejected " << percent(all.rejected, all.requests)
+    out << "accepted from the model " << percentText(all.model, all.requests)
+        << ", as template " << percentText(all.templateAnswers, all.requests)
+        << ", rejected " << percentText(all.rejected, all.requests)
         << ", transport failures "
-        << percent(all.transportFailures, all.requests) << '\n';
+        << percentText(all.transportFailures, all.requests) << '\n';
   }
 }
 
@@ -125,27 +103,45 @@ void writeReasons(std::ostream& out, const Summary& summary, bool replay) {
   if (!any) out << "\nno watchdog rule fired\n";
 }
 
-void writeLabels(std::ostream& out, const Summary& summary) {
-  for (const LabelSummary& labels : summary.labels) {
-    out << '\n'
-        << kindName(labels.kind) << ": " << labels.correct << " of "
-        << labels.lines << " labels right ("
-        << percent(labels.correct, labels.lines) << ")\n";
-    out << "  " << left("expected \\ given", kNameWidth - 2);
-    for (const std::string& label : labels.labels) out << right(label);
-    out << right(kNoLabel) << '\n';
-    for (std::size_t row = 0; row < labels.labels.size(); ++row) {
-      out << "  " << left(labels.labels[row], kNameWidth - 2);
-      for (std::size_t count : labels.matrix[row]) {
-        out << right(std::to_string(count));
-      }
-      out << '\n';
+void writeMatrix(std::ostream& out, const LabelSummary& labels,
+                 const LabelScore& score, std::string_view whose) {
+  out << '\n'
+      << kindName(labels.kind) << whose << ": " << score.correct << " of "
+      << labels.lines << " labels right ("
+      << percentText(score.correct, labels.lines) << ")\n";
+  out << "  " << left("expected \\ given", kNameWidth - 2);
+  for (const std::string& label : labels.labels) out << right(label);
+  out << right(kNoLabel) << '\n';
+  for (std::size_t row = 0; row < labels.labels.size(); ++row) {
+    out << "  " << left(labels.labels[row], kNameWidth - 2);
+    for (std::size_t count : score.matrix[row]) {
+      out << right(std::to_string(count));
     }
+    out << '\n';
   }
-  if (summary.expectedAnswers > 0) {
-    out << "\nexpected answers: " << summary.matchedAnswers << " of "
-        << summary.expectedAnswers << " matched\n";
+}
+
+// Replayed answers all come from the model, so one score says it all.
+void writeLabels(std::ostream& out, const Summary& summary, bool replay) {
+  for (const LabelSummary& labels : summary.labels) {
+    if (replay) {
+      writeMatrix(out, labels, labels.model, "");
+      continue;
+    }
+    writeMatrix(out, labels, labels.model, ", the model's own answers");
+    writeMatrix(out, labels, labels.game,
+                ", what the game receives (" +
+                    std::to_string(labels.templateAnswers) +
+                    " from the template)");
   }
+  const AnswerScore& answers = summary.expectedAnswers;
+  if (answers.lines == 0) return;
+  out << "\nexpected answers: " << answers.matchedByModel << " of "
+      << answers.lines << " matched by the model";
+  if (!replay) {
+    out << ", " << answers.matchedForGame << " in what the game receives";
+  }
+  out << '\n';
 }
 
 void writeMisses(std::ostream& out, const std::vector<EvalCase>& cases,
@@ -164,8 +160,18 @@ void writeMisses(std::ostream& out, const std::vector<EvalCase>& cases,
     switch (result.outcome) {
       case Outcome::kTemplate:
         out << "template";
+        // A template label passes for an answer: "OK" lets a message through.
+        if (const EvalCase& evalCase = cases[result.caseIndex];
+            !labelsOf(evalCase.request.kind).empty()) {
+          out << " " << result.response.answer;
+          if (evalCase.expected &&
+              *evalCase.expected != result.response.answer) {
+            out << " (expected " << *evalCase.expected << ")";
+          }
+        }
         if (!result.finalReasons.empty()) {
-          out << ", the model's last answer: " << joined(result.finalReasons);
+          out << ", the model's last answer: "
+              << joinedText(result.finalReasons);
         }
         if (!result.response.error.empty()) {
           out << ", error: " << result.response.error;
@@ -173,7 +179,7 @@ void writeMisses(std::ostream& out, const std::vector<EvalCase>& cases,
         break;
       case Outcome::kRejected:
         if (!replay) out << "rejected: ";
-        out << joined(result.finalReasons);
+        out << joinedText(result.finalReasons);
         break;
       case Outcome::kTransportFailure:
         out << "transport failure: " << result.response.error;
@@ -208,11 +214,13 @@ void writeTable(std::ostream& out, const EvalOptions& options,
       out << ", fallback " << options.fallbackModel << " at "
           << options.fallbackEndpoint;
     }
+    out << (options.helperPath.empty() ? ", no helper text"
+                                       : ", helper text " + options.helperPath);
     out << "\n\n";
   }
   writeGroups(out, summary, options.replay);
   writeReasons(out, summary, options.replay);
-  writeLabels(out, summary);
+  writeLabels(out, summary, options.replay);
   writeMisses(out, cases, results, options.replay);
 }
 

@@ -73,20 +73,25 @@ std::size_t indexOf(const std::vector<std::string>& labels,
       std::find(labels.begin(), labels.end(), label) - labels.begin());
 }
 
+void score(LabelScore& score, std::size_t row, std::size_t column) {
+  ++score.matrix[row][column];
+  if (column == row) ++score.correct;
+}
+
 void countLabel(std::vector<LabelSummary>& summaries, AiRequestKind kind,
-                const std::string& expected, const AiResponse& response) {
-  auto found =
-      std::find_if(summaries.begin(), summaries.end(),
-                   [kind](const LabelSummary& s) { return s.kind == kind; });
-  LabelSummary& summary = *found;
-  // A run that gave the game no answer counts as no label at all.
+                const std::string& expected, const EvalResult& result) {
+  LabelSummary& summary =
+      *std::find_if(summaries.begin(), summaries.end(),
+                    [kind](const LabelSummary& s) { return s.kind == kind; });
   const std::size_t row = indexOf(summary.labels, expected);
-  const std::size_t column = response.ok
-                                 ? indexOf(summary.labels, response.answer)
-                                 : summary.labels.size();
+  const std::size_t none = summary.labels.size();
+  const std::size_t given =
+      result.response.ok ? indexOf(summary.labels, result.response.answer)
+                         : none;
   ++summary.lines;
-  ++summary.matrix[row][column];
-  if (column == row) ++summary.correct;
+  if (result.outcome == Outcome::kTemplate) ++summary.templateAnswers;
+  score(summary.model, row, result.outcome == Outcome::kModel ? given : none);
+  score(summary.game, row, given);
 }
 
 }  // namespace
@@ -121,8 +126,10 @@ Summary summarize(const std::vector<EvalCase>& cases,
     for (std::string_view label : labelsOf(kind)) {
       labels.labels.emplace_back(label);
     }
-    labels.matrix.assign(labels.labels.size(),
-                         std::vector<std::size_t>(labels.labels.size() + 1));
+    labels.model.matrix.assign(
+        labels.labels.size(),
+        std::vector<std::size_t>(labels.labels.size() + 1));
+    labels.game = labels.model;
     summary.labels.push_back(std::move(labels));
   }
 
@@ -138,12 +145,14 @@ Summary summarize(const std::vector<EvalCase>& cases,
 
     if (!evalCase.expected) continue;
     if (!labelsOf(kind).empty()) {
-      countLabel(summary.labels, kind, *evalCase.expected, result.response);
-    } else {
-      ++summary.expectedAnswers;
-      if (result.response.ok && result.response.answer == *evalCase.expected) {
-        ++summary.matchedAnswers;
-      }
+      countLabel(summary.labels, kind, *evalCase.expected, result);
+      continue;
+    }
+    AnswerScore& answers = summary.expectedAnswers;
+    ++answers.lines;
+    if (result.response.ok && result.response.answer == *evalCase.expected) {
+      ++answers.matchedForGame;
+      if (result.outcome == Outcome::kModel) ++answers.matchedByModel;
     }
   }
 

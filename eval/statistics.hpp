@@ -48,14 +48,31 @@ struct ReasonCount {
   std::size_t final = 0;
 };
 
-// Expected against given labels for the runs of one labelling kind whose
-// line names an expected label.
+// Expected against given labels: [expected][given], columns add kNoLabel.
+struct LabelScore {
+  std::vector<std::vector<std::size_t>> matrix;
+  std::size_t correct = 0;
+};
+
+// The runs of one labelling kind whose line names an expected label, scored
+// twice: the model alone (a template label or no answer counts as kNoLabel)
+// and what the game receives (the model's or the template's label).
 struct LabelSummary {
   AiRequestKind kind = AiRequestKind::ChatModeration;
-  std::vector<std::string> labels;  // the kind's labels; columns add kNoLabel
-  std::vector<std::vector<std::size_t>> matrix;  // [expected][given]
+  std::vector<std::string> labels;  // the kind's labels
   std::size_t lines = 0;
-  std::size_t correct = 0;
+  std::size_t templateAnswers = 0;  // runs whose label came from the template
+  LabelScore model;
+  LabelScore game;
+};
+
+// Runs of the other kinds whose line has an expected answer, and of those
+// the ones whose answer equals it byte for byte: the model's own accepted
+// answer, and what the game receives (model or template).
+struct AnswerScore {
+  std::size_t lines = 0;
+  std::size_t matchedByModel = 0;
+  std::size_t matchedForGame = 0;
 };
 
 struct Summary {
@@ -65,10 +82,7 @@ struct Summary {
   std::vector<ReasonCount> reasons;  // every rule in the watchdog's order,
                                      // then rules it does not list
   std::vector<LabelSummary> labels;  // moderation, then triage, when present
-  // Other kinds: runs whose line has an expected answer, and of those the
-  // ones whose accepted answer equals it byte for byte.
-  std::size_t expectedAnswers = 0;
-  std::size_t matchedAnswers = 0;
+  AnswerScore expectedAnswers;
 };
 
 // The rule of a reason code: the code itself, or its prefix up to and

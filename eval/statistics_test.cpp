@@ -73,24 +73,19 @@ TEST(Summarize, ReasonsCountOncePerRunUnderTheirRule) {
     counts.emplace_back(reason.rule, reason.firstAttempt, reason.final);
   }
   const std::vector<std::tuple<std::string, std::size_t, std::size_t>> expected{
-      {"empty_answer", 0, 0},
-      {"answer_too_long", 0, 0},
-      {"instruction_leak", 0, 0},
-      {"question_echo", 1, 1},
-      {"broken_czech_or_perspective", 0, 0},
-      {"invalid_moderation_label", 0, 0},
-      {"invalid_classification_label", 0, 0},
-      {"slash_command_forbidden", 0, 0},
-      {"invented_command:", 0, 0},
-      {"missing_tool_value:", 1, 1},
-      {"unexpected_number:", 1, 0},
-      {"safety_fact_not_enforced", 0, 0},
-      {"some_new_rule", 1, 0},
-  };
+      {"empty_answer", 0, 0}, {"answer_too_long", 0, 0},
+      {"instruction_leak", 0, 0}, {"question_echo", 1, 1},
+      {"broken_czech_or_perspective", 0, 0}, {"invalid_moderation_label", 0, 0},
+      {"invalid_classification_label", 0, 0}, {"slash_command_forbidden", 0, 0},
+      {"invented_command:", 0, 0}, {"missing_tool_value:", 1, 1},
+      {"unexpected_number:", 1, 0}, {"safety_fact_not_enforced", 0, 0},
+      {"some_new_rule", 1, 0}};
   EXPECT_EQ(counts, expected);
 }
 
-TEST(Summarize, LabelsCountRunsWithoutAnAnswerAsNone) {
+// The model's own answers and what the game receives, on runs whose true
+// counts are known: a template label or no answer is no label of the model.
+TEST(Summarize, ScoresTheModelAloneAndWhatTheGameReceives) {
   const std::vector<EvalCase> cases{
       caseOf(AiRequestKind::ChatModeration, {}, "WARN"),
       caseOf(AiRequestKind::AntiCheatTriage, {}, "HIGH"),
@@ -99,34 +94,38 @@ TEST(Summarize, LabelsCountRunsWithoutAnAnswerAsNone) {
   };
   const std::vector<EvalResult> results{
       resultOf(0, Outcome::kModel, true, "WARN"),
-      resultOf(0, Outcome::kTemplate, true, "OK"),
+      resultOf(0, Outcome::kTemplate, true, "OK"),  // let through
       resultOf(0, Outcome::kRejected, false, "WARN"),  // the game got nothing
       resultOf(1, Outcome::kTemplate, true, "WATCH"),
       resultOf(2, Outcome::kModel, true, "84"),
+      resultOf(2, Outcome::kTemplate, true, "84"),
       resultOf(2, Outcome::kRejected, false, "84"),
       resultOf(3, Outcome::kModel, true, "OK"),
   };
   const Summary summary = summarize(cases, results);
-
+  using Matrix = std::vector<std::vector<std::size_t>>;
   ASSERT_EQ(summary.labels.size(), 2u);
   const LabelSummary& moderation = summary.labels[0];
   EXPECT_EQ(moderation.kind, AiRequestKind::ChatModeration);
   EXPECT_EQ(moderation.labels, (std::vector<std::string>{"OK", "WARN"}));
-  // Rows expected OK, WARN; columns given OK, WARN, none.
-  EXPECT_EQ(moderation.matrix,
-            (std::vector<std::vector<std::size_t>>{{0, 0, 0}, {1, 1, 1}}));
   EXPECT_EQ(moderation.lines, 3u);
-  EXPECT_EQ(moderation.correct, 1u);
+  EXPECT_EQ(moderation.templateAnswers, 1u);
+  // Rows expected OK, WARN; columns given OK, WARN, none.
+  EXPECT_EQ(moderation.model.matrix, (Matrix{{0, 0, 0}, {0, 1, 2}}));
+  EXPECT_EQ(moderation.game.matrix, (Matrix{{0, 0, 0}, {1, 1, 1}}));
+  EXPECT_EQ(moderation.model.correct, 1u);
 
   const LabelSummary& triage = summary.labels[1];
   EXPECT_EQ(triage.labels,
             (std::vector<std::string>{"NORMAL", "WATCH", "HIGH"}));
-  EXPECT_EQ(triage.matrix, (std::vector<std::vector<std::size_t>>{
-                               {0, 0, 0, 0}, {0, 0, 0, 0}, {0, 1, 0, 0}}));
-  EXPECT_EQ(triage.correct, 0u);
+  EXPECT_EQ(triage.model.matrix,
+            (Matrix{{0, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 0, 1}}));
+  EXPECT_EQ(triage.game.matrix,
+            (Matrix{{0, 0, 0, 0}, {0, 0, 0, 0}, {0, 1, 0, 0}}));
 
-  EXPECT_EQ(summary.expectedAnswers, 2u);
-  EXPECT_EQ(summary.matchedAnswers, 1u);
+  EXPECT_EQ(summary.expectedAnswers.lines, 3u);
+  EXPECT_EQ(summary.expectedAnswers.matchedByModel, 1u);
+  EXPECT_EQ(summary.expectedAnswers.matchedForGame, 2u);
 }
 
 }  // namespace

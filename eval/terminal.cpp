@@ -2,7 +2,9 @@
 
 #ifdef _WIN32
 #include <io.h>
+#include <windows.h>
 #else
+#include <sys/ioctl.h>
 #include <unistd.h>
 #endif
 
@@ -13,6 +15,23 @@ bool isTerminal(std::FILE* stream) {
   return _isatty(_fileno(stream)) != 0;
 #else
   return ::isatty(::fileno(stream)) != 0;
+#endif
+}
+
+std::size_t terminalColumns(std::FILE* stream) {
+#ifdef _WIN32
+  const HANDLE handle =
+      reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
+  CONSOLE_SCREEN_BUFFER_INFO info;
+  if (handle == INVALID_HANDLE_VALUE ||
+      !GetConsoleScreenBufferInfo(handle, &info)) {
+    return 0;
+  }
+  return static_cast<std::size_t>(info.srWindow.Right - info.srWindow.Left + 1);
+#else
+  winsize size{};
+  if (::ioctl(::fileno(stream), TIOCGWINSZ, &size) != 0) return 0;
+  return size.ws_col;
 #endif
 }
 

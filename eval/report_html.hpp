@@ -1,0 +1,27 @@
+// The HTML report written by --html: one self-contained page to look at.
+#ifndef TOVRIN_AI_EVAL_REPORT_HTML_HPP_
+#define TOVRIN_AI_EVAL_REPORT_HTML_HPP_
+
+#include <string>
+#include <vector>
+
+#include "eval_records.hpp"
+#include "options.hpp"
+#include "statistics.hpp"
+
+namespace tovrin::ai::eval {
+
+// One UTF-8 page with inline CSS and SVG: no script, no external file, no
+// network. It holds the summary table, per watchdog rule the bars of first
+// and final answers, a latency histogram per kind, the confusion matrices
+// (the model's own and what the game receives) as shaded tables, every run
+// the model did not answer, and the settings. All text from the input, the
+// model and the command line is escaped.
+std::string htmlReport(const EvalOptions& options,
+                       const std::vector<EvalCase>& cases,
+                       const std::vector<EvalResult>& results,
+                       const Summary& summary);
+
+}  // namespace tovrin::ai::eval
+
+#endif  // TOVRIN_AI_EVAL_REPORT_HTML_HPP_

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -31,11 +32,13 @@ std::string readFile(const fs::path& path) {
 class EvalRun {
  public:
   EvalRun() {
-    dir_ =
-        fs::temp_directory_path() /
-        ("tovrin_ai_eval_" +
-         std::string(
-             ::testing::UnitTest::GetInstance()->current_test_info()->name()));
+    // Unique per run: other checkouts may run the same test at once.
+    dir_ = fs::temp_directory_path() /
+           ("tovrin_ai_eval_" +
+            std::string(::testing::UnitTest::GetInstance()
+                            ->current_test_info()
+                            ->name()) +
+            "_" + std::to_string(std::random_device{}()));
     fs::remove_all(dir_);
     fs::create_directories(dir_);
   }

@@ -18,22 +18,13 @@ namespace {
 constexpr const char* kTestSentence =
     "Řekni jednou krátkou větou, že lokální AI v Tovrin Engine funguje.";
 
+// The library's standard configuration; the helper path is converted
+// before the runtime exists, so that text the platform cannot decode ends
+// the run before any request is made.
 tovrin::ai::AiRuntimeConfig standardConfig() {
   tovrin::ai::AiRuntimeConfig config;
-  config.enabled = true;
-  config.endpoint = "http://127.0.0.1:17944/v1/chat/completions";
-  config.model = "Qwen2.5-1.5B-Instruct-Q8";
-  // Converted before the runtime exists: text the platform cannot decode
-  // ends the run before any request is made.
   config.helperPath =
-      tovrin::ai::app::narrowToPath("assets/ai/czech_helper_cs.txt");
-  config.timeoutMs = 25000;
-  config.temperature = 0.03f;
-  config.topP = 0.8f;
-  config.watchdogEnabled = true;
-  config.repairEnabled = true;
-  config.fallbackEndpoint.clear();
-  config.fallbackModel.clear();
+      tovrin::ai::app::narrowToPath(tovrin::ai::kDefaultHelperPath);
   return config;
 }
 
@@ -43,7 +34,6 @@ int run(int argc, char** argv) {
   tovrin::ai::AiRequest request;
   request.message = argc > 1 ? std::string(argv[1]) : std::string(kTestSentence);
   request.kind = tovrin::ai::AiRequestKind::ShortAnswer;
-  request.maxTokens = 80;
 
   const tovrin::ai::AiResponse response = runtime.ask(request);
   tovrin::ai::app::writeResponse(response);

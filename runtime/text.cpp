@@ -3,6 +3,8 @@
 #include <array>
 #include <vector>
 
+#include "runtime/byte_classes.hpp"
+
 namespace tovrin::ai {
 
 namespace {
@@ -13,9 +15,7 @@ constexpr std::size_t kStackNeedleBytes = 256;
 
 constexpr std::size_t kFoldBlockBytes = 16;
 
-bool isSpaceByte(char c) {
-  return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
+using detail::isTrimmedBlank;
 
 // Written out rather than std::tolower so that a locale set by the
 // embedding game cannot change the result; without a branch, so that
@@ -41,10 +41,10 @@ bool occursAt(std::string_view text, std::size_t pos, std::string_view needle) {
 // Erased in place, so that a text handed over by move is never copied.
 std::string trim(std::string text) {
   std::size_t last = text.size();
-  while (last > 0 && isSpaceByte(text[last - 1])) --last;
+  while (last > 0 && isTrimmedBlank(text[last - 1])) --last;
   text.erase(last);
   std::size_t first = 0;
-  while (first < text.size() && isSpaceByte(text[first])) ++first;
+  while (first < text.size() && isTrimmedBlank(text[first])) ++first;
   text.erase(0, first);
   return text;
 }

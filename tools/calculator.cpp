@@ -3,6 +3,7 @@
 #include <limits>
 #include <stdexcept>
 
+#include "runtime/byte_classes.hpp"
 #include "tovrin/ai/tools.hpp"
 
 namespace tovrin::ai {
@@ -13,18 +14,12 @@ namespace {
 // the parse rules, one level per '(' or sign.
 constexpr std::size_t kMaxExpressionLength = 128;
 
-// The "C" locale's isspace, spelled out so that a locale set by the
-// embedding game cannot widen it.
-bool isSpaceByte(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' ||
-         c == '\r';
-}
-
-bool isDigitByte(char c) { return c >= '0' && c <= '9'; }
+using detail::isAsciiDigit;
+using detail::isCSpace;
 
 void skipSpace(ExpressionCursor& cursor) {
   while (cursor.position < cursor.length &&
-         isSpaceByte(cursor.data[cursor.position])) {
+         isCSpace(cursor.data[cursor.position])) {
     ++cursor.position;
   }
 }
@@ -149,7 +144,7 @@ double parsePrimary(ExpressionCursor& cursor) {
     const char c = cursor.data[cursor.position];
     if (c == '.' && !seenPoint) {
       seenPoint = true;
-    } else if (!isDigitByte(c)) {
+    } else if (!isAsciiDigit(c)) {
       break;
     }
     ++cursor.position;

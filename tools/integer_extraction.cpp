@@ -1,13 +1,14 @@
 #include <charconv>
 #include <stdexcept>
 
+#include "runtime/byte_classes.hpp"
 #include "tovrin/ai/tools.hpp"
 
 namespace tovrin::ai {
 
 namespace {
 
-bool isDigitByte(char c) { return c >= '0' && c <= '9'; }
+using detail::isAsciiDigit;
 
 }  // namespace
 
@@ -18,12 +19,12 @@ std::vector<std::int64_t> extractIntegers(const std::string& text) {
   const char* const end = text.data() + text.size();
   const char* cursor = text.data();
   while (cursor != end) {
-    if (!isDigitByte(*cursor)) {
+    if (!isAsciiDigit(*cursor)) {
       ++cursor;
       continue;
     }
     const char* const runStart = cursor;
-    while (cursor != end && isDigitByte(*cursor)) ++cursor;
+    while (cursor != end && isAsciiDigit(*cursor)) ++cursor;
     std::int64_t value = 0;
     const std::from_chars_result result =
         std::from_chars(runStart, cursor, value, 10);

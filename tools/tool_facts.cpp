@@ -5,6 +5,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "runtime/byte_classes.hpp"
 #include "tovrin/ai/text.hpp"
 #include "tovrin/ai/tools.hpp"
 
@@ -54,15 +55,12 @@ constexpr std::string_view kAppleFactEnd = " jablka.";
 // the rounding noise of decimal fractions (4.35*100) does not show.
 constexpr double kWholeNumberTolerance = 1e-10;
 
-// The "C" locale's isspace.
-bool isSpaceByte(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' ||
-         c == '\r';
-}
+using detail::isAsciiDigit;
+using detail::isCSpace;
 
 bool isExpressionByte(char c) {
-  if (c >= '0' && c <= '9') return true;
-  if (isSpaceByte(c)) return true;
+  if (isAsciiDigit(c)) return true;
+  if (isCSpace(c)) return true;
   switch (c) {
     case '%': case '(': case ')': case '*':
     case '+': case '-': case '.': case '/':
@@ -119,7 +117,7 @@ std::string arithmeticQuestion(const std::string& message,
       break;
     }
   }
-  while (!expression.empty() && isSpaceByte(expression.back())) {
+  while (!expression.empty() && isCSpace(expression.back())) {
     expression.pop_back();
   }
   return expression;

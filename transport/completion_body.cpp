@@ -2,6 +2,7 @@
 #include <cmath>
 #include <string>
 
+#include "runtime/byte_classes.hpp"
 #include "tovrin/ai/transport.hpp"
 
 namespace tovrin::ai {
@@ -30,32 +31,14 @@ constexpr std::size_t kEscapeSlack = 32;
 constexpr std::size_t kBodyFixedBytes = 256;
 constexpr std::size_t kBodyEscapeShare = 16;
 
-// Bytes are checked a block at a time; the fixed block size lets the
-// compiler test a block with vector code, and runs of plain text are
-// copied whole.
-constexpr std::size_t kScanBlockBytes = 16;
-
+// Runs of plain text are found a block at a time and copied whole.
 bool needsEscape(unsigned char byte) {
   return byte < 0x20 || byte == '"' || byte == '\\';
 }
 
-bool blockNeedsEscape(const char* block) {
-  unsigned char found = 0;
-  for (std::size_t i = 0; i < kScanBlockBytes; ++i) {
-    found |= static_cast<unsigned char>(
-        needsEscape(static_cast<unsigned char>(block[i])));
-  }
-  return found != 0;
-}
-
 // How many bytes from data on need no escape.
 std::size_t plainRun(const char* data, std::size_t length) {
-  std::size_t i = 0;
-  while (i + kScanBlockBytes <= length && !blockNeedsEscape(data + i)) {
-    i += kScanBlockBytes;
-  }
-  while (i < length && !needsEscape(static_cast<unsigned char>(data[i]))) ++i;
-  return i;
+  return detail::findFirstByte(data, 0, length, needsEscape);
 }
 
 void appendEscape(std::string& out, char c) {

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "runtime/byte_classes.hpp"
 #include "tovrin/ai/watchdog.hpp"
 
 namespace tovrin::ai {
@@ -11,39 +12,20 @@ namespace detail {
 
 namespace {
 
-// Explicit ranges rather than <cctype>: no locale may widen the classes, and
-// bytes of 0x80 and above (negative as char) must never qualify.
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
 bool isCommandByte(char c) {
-  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || isDigit(c) ||
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || isAsciiDigit(c) ||
          c == ':' || c == '_' || c == '-';
 }
 
-// Blocks without a digit are passed over whole; the fixed block size lets
-// the compiler test one with vector code.
-constexpr std::size_t kScanBlockBytes = 16;
-
-bool blockHasDigit(const char* block) {
-  unsigned char found = 0;
-  for (std::size_t i = 0; i < kScanBlockBytes; ++i) {
-    const auto offset = static_cast<unsigned char>(block[i] - '0');
-    found |= static_cast<unsigned char>(offset < 10);
-  }
-  return found != 0;
-}
-
 std::size_t skipNonDigits(std::string_view text, std::size_t pos) {
-  while (pos + kScanBlockBytes <= text.size() &&
-         !blockHasDigit(text.data() + pos)) {
-    pos += kScanBlockBytes;
-  }
-  while (pos < text.size() && !isDigit(text[pos])) ++pos;
-  return pos;
+  // One subtraction and compare per byte, so that blocks vectorise.
+  return findFirstByte(text.data(), pos, text.size(), [](unsigned char b) {
+    return static_cast<unsigned char>(b - '0') < 10;
+  });
 }
 
 std::size_t skipDigits(std::string_view text, std::size_t pos) {
-  while (pos < text.size() && isDigit(text[pos])) ++pos;
+  while (pos < text.size() && isAsciiDigit(text[pos])) ++pos;
   return pos;
 }
 
@@ -73,7 +55,7 @@ std::optional<TextSpan> findNumber(std::string_view text, std::size_t from) {
   // The fraction is taken only whole: a separator needs a digit after it,
   // otherwise the number ends before the separator.
   if (end + 1 < text.size() && (text[end] == '.' || text[end] == ',') &&
-      isDigit(text[end + 1])) {
+      isAsciiDigit(text[end + 1])) {
     end = skipDigits(text, end + 1);
   }
   return TextSpan{begin, end};

@@ -51,6 +51,16 @@ AiRequest breadRequest(AiRequestKind kind) {
   return request;
 }
 
+// Facts and tool results for an answer dense with numbers and commands.
+AiRequest denseRequest() {
+  AiRequest request = breadRequest(AiRequestKind::CommandHelp);
+  request.worldFacts.push_back("Pivo stojí 7 mincí.");
+  request.worldFacts.push_back("Korbel má 2,5 litru.");
+  request.worldFacts.push_back("Hráč nesmí dostat pivo zdarma.");
+  request.toolResults = {"3", "1", "7", "2,5", "12", "40"};
+  return request;
+}
+
 AiRequest arithmeticRequest(AiRequestKind kind) {
   AiRequest request;
   request.kind = kind;
@@ -89,6 +99,15 @@ std::vector<AnswerCase> answerCases() {
        "u hostinského nebo u kupce na náměstí. Čerstvý chléb voní až na "
        "cestu, tak neváhej a kup ho dřív, než ho rozeberou hráči z celé "
        "vesnice.",
+       {}},
+      // Six numbers (a decimal comma among them) and two commands, every
+      // one of them allowed.
+      {"dense300B", denseRequest(),
+       "Chleba koupíš příkazem /buy za 3 mince a zbude ti 1. Pivo stojí 7 "
+       "mincí, korbel má 2,5 litru a do města dojdeš za 12 minut. U brány "
+       "stojí 40 strážných, tak se neperi. Když chceš prodat, použij "
+       "/trade u kupce na náměstí. Víc ti neřeknu, hostinský má práci a "
+       "venku prší.",
        {}},
       // A short answer may name no command, so this one is rejected.
       {"420B", arithmeticRequest(AiRequestKind::ShortAnswer),

@@ -130,9 +130,9 @@ TEST(NarrowToPath, KeepsTheText) {
   EXPECT_EQ(app::narrowToPath("assets/ai/czech_helper_cs.txt").generic_string(), "assets/ai/czech_helper_cs.txt");
   EXPECT_EQ(app::narrowToPath("a b/.c~1").generic_string(), "a b/.c~1");
   EXPECT_TRUE(app::narrowToPath("").empty());
-  if (fs::path::preferred_separator == '/') {
-    EXPECT_EQ(app::narrowToPath("\xC5\x98" "ekni/\xFF").native(), "\xC5\x98" "ekni/\xFF");
-  }
+#ifndef _WIN32
+  EXPECT_EQ(app::narrowToPath("\xC5\x98" "ekni/\xFF").native(), "\xC5\x98" "ekni/\xFF");
+#endif
 }
 
 TEST(HelperText, ShippedFileIsNonEmptyUtf8) {

@@ -34,8 +34,8 @@ bool consolePortFree() {
 void claimConsolePort() {
   if (consolePortFree()) return;
   if (test::isolateNetwork() && consolePortFree()) return;
-  portProblem = "port 17944 on 127.0.0.1 is taken (a model server?) and this platform offers no "
-                "private network namespace to run the console tests in";
+  portProblem = "port 17944 on 127.0.0.1 is taken (a model server?) and no "
+                "private network namespace could be made for the console tests";
 }
 
 const std::string kNoServerStatus = "ok=false model=Qwen2.5-1.5B-Instruct-Q8 attempts=1 fallback=false\n";

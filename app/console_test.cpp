@@ -118,12 +118,6 @@ TEST_F(Console, AcceptedModelAnswerAndItsRequest) {
                 "Accept: application/json\r\nConnection: close\r\nContent-Length: 668\r\n\r\n" + body});
 }
 
-TEST(StatusLine, FormsEveryField) {
-  EXPECT_EQ(app::statusLine({}), "ok=false model= attempts=0 fallback=false\n");
-  EXPECT_EQ(app::statusLine({.ok = true, .model = "M x", .fallback = true, .attempts = 2}),
-            "ok=true model=M x attempts=2 fallback=true\n");
-}
-
 // ASCII reads the same in every code page Windows may decode it with; other
 // bytes are only left alone where paths are byte strings.
 TEST(NarrowToPath, KeepsTheText) {

@@ -26,7 +26,6 @@ TEST(ApplyToolFacts, Cases) {
     Texts worldFacts;
   } kCases[] = {
       {"arithmetic_whole", "Kolik je 12*(3+4)?", {"84"}, {"Přesný výsledek výpočtu  12*(3+4) je 84."}},
-      {"arithmetic_third", "kolik je 1/3", {"0.333333333333"}, {"Přesný výsledek výpočtu  1/3 je 0.333333333333."}},
       {"arithmetic_capitals_comma_ends", "KOLIK JE 2,5*2?", {"2"}, {"Přesný výsledek výpočtu  2 je 2."}},
       {"arithmetic_words", "Kolik je dvakrát tři?", {}, {}},
       {"bread", "Mám 10 mincí a chleba stojí 3 mince. Kolik si koupím?", {"3", "1"}, {bread("3", "1")}},
@@ -36,7 +35,6 @@ TEST(ApplyToolFacts, Cases) {
       {"bread_price_zero", "Mám 5 mincí a chleba stojí 0 mincí.", {}, {}},
       {"bread_one_number", "Mám 5 mincí, kolik stojí chleba?", {}, {}},
       {"bread_without_coins", "Chleba stojí 3 zlaté a mám 10 zlatých.", {}, {}},
-      {"bread_capital_plain", "CHLEBA STOJI 4 MINCE, MAM 9", {"0", "4"}, {bread("0", "4")}},
       {"bread_largest", "Mám " + kInt64Max + " mincí, chleba stojí 2.", {"4611686018427387903", "1"}, {bread("4611686018427387903", "1")}},
       {"apples", "Na stole je 5 jablek. Vezmu si 2 a 1 vrátím. Kolik jich zůstane?", {"4"}, {"Na stole zůstanou přesně 4 jablka."}},
       {"apples_negative", "Na stole je 1 jablko, vezmu 5 a vrátím 1.", {"-3"}, {"Na stole zůstanou přesně -3 jablka."}},

@@ -26,6 +26,7 @@ TEST(ApplyToolFacts, Cases) {
     Texts worldFacts;
   } kCases[] = {
       {"arithmetic_whole", "Kolik je 12*(3+4)?", {"84"}, {"Přesný výsledek výpočtu  12*(3+4) je 84."}},
+      {"arithmetic_third", "kolik je 1/3", {"0.333333333333"}, {"Přesný výsledek výpočtu  1/3 je 0.333333333333."}},
       {"arithmetic_capitals_comma_ends", "KOLIK JE 2,5*2?", {"2"}, {"Přesný výsledek výpočtu  2 je 2."}},
       {"arithmetic_words", "Kolik je dvakrát tři?", {}, {}},
       {"bread", "Mám 10 mincí a chleba stojí 3 mince. Kolik si koupím?", {"3", "1"}, {bread("3", "1")}},

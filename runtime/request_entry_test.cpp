@@ -10,187 +10,91 @@
 namespace tovrin::ai {
 namespace {
 
-using test::expectResponse;
-using test::response;
 using test::failWith;
 using test::reply;
-using test::ScriptedTransport;
 using test::ScriptStep;
+using Texts = std::vector<std::string>;
 
-AiRuntimeConfig config(std::string fallbackEndpoint = {},
-                       std::string fallbackModel = {}) {
-  AiRuntimeConfig c;
-  c.endpoint = "http://primary:1/v1/chat/completions";
-  c.model = "P";
-  c.helperPath.clear();
-  c.fallbackEndpoint = std::move(fallbackEndpoint);
-  c.fallbackModel = std::move(fallbackModel);
-  return c;
-}
+const std::string kPrimary = "http://primary:1/v1/chat/completions";
+const AiRequest kHello{.message = "Ahoj", .kind = AiRequestKind::ShortAnswer};
+const std::string kNoConnect = "Cannot connect to AI endpoint";
+const std::string kRejected = "AI answer rejected by watchdog";
 
-AiRequest shortAnswer(std::string message) {
-  AiRequest request;
-  request.kind = AiRequestKind::ShortAnswer;
-  request.message = std::move(message);
-  return request;
-}
-
-TEST(RequestEntry, RefusalsInFixedOrder) {
-  struct Case {
-    const char* name;
-    bool enabled;
-    std::string endpoint;
-    std::string message;
-    std::string error;
-  };
-  const Case cases[] = {
-      {"disabled_before_empty_message", false, "", "", "AI runtime disabled"},
-      {"empty_message_before_empty_endpoint", true, "", "",
-       "AI request message is empty"},
-      {"empty_endpoint", true, "", "Ahoj", "AI endpoint is empty"},
-  };
-  for (const Case& c : cases) {
-    ScriptedTransport script;
-    AiRuntimeConfig cfg = config();
-    cfg.enabled = c.enabled;
-    cfg.endpoint = c.endpoint;
-    const AiRuntime runtime(std::move(cfg), script.transport());
-    AiResponse expected;
-    expected.error = c.error;
-    expectResponse(runtime.ask(shortAnswer(c.message)), expected, c.name);
-    EXPECT_TRUE(script.calls().empty()) << c.name;
-  }
-}
-
-TEST(RequestEntry, SingleSpaceMessageAndEmptyModelAreServed) {
-  ScriptedTransport script({reply("Ano.")});
-  AiRuntimeConfig cfg = config();
-  cfg.model.clear();
-  const AiRuntime runtime(std::move(cfg), script.transport());
-  const AiResponse response = runtime.ask(shortAnswer(" "));
-  EXPECT_TRUE(response.ok);
-  EXPECT_EQ(response.model, "");
-  ASSERT_EQ(script.calls().size(), 1u);
-  EXPECT_EQ(script.calls()[0].model, "");
-}
-
-struct PassCase {
+struct EntryCase {
   const char* name;
-  std::string fallbackEndpoint;
-  std::string fallbackModel;
-  AiRequest request;
   std::vector<ScriptStep> script;
   AiResponse expected;
-  std::vector<std::string> models;  // pass model of every transport call
+  Texts calls;  // "<endpoint> <model>" of every transport call
+  AiRequest request = kHello;
+  AiRuntimeConfig config = {.endpoint = kPrimary, .model = "P", .helperPath = {},
+                            .fallbackEndpoint = "http://fb/", .fallbackModel = "F"};
 };
 
-TEST(RequestEntry, PassesAndFallback) {
-  const std::string slash = "/x";
-  const std::vector<std::string> forbidden{"slash_command_forbidden"};
-  AiRequest moderation;
-  moderation.kind = AiRequestKind::ChatModeration;
-  moderation.message = "ahoj";
+AiRuntimeConfig with(std::string fallbackEndpoint, std::string fallbackModel) {
+  return {.endpoint = kPrimary, .model = "P", .helperPath = {},
+          .fallbackEndpoint = std::move(fallbackEndpoint), .fallbackModel = std::move(fallbackModel)};
+}
 
-  const PassCase cases[] = {
-      {"first_pass_accepted", "http://fb/", "F", shortAnswer("Ahoj"),
-       {reply("Nazdar.")},
-       response(true, "Nazdar.", "P", true, {}, false, 1, ""), {"P"}},
-      {"rejected_no_fallback_pair", "", "", shortAnswer("Ahoj"),
-       {reply(slash), reply(slash)},
-       response(false, slash, "P", false, forbidden, false, 2,
-                "AI answer rejected by watchdog"),
-       {"P", "P"}},
-      {"fallback_endpoint_without_model", "http://fb/", "", shortAnswer("Ahoj"),
-       {reply(slash), reply(slash)},
-       response(false, slash, "P", false, forbidden, false, 2,
-                "AI answer rejected by watchdog"),
-       {"P", "P"}},
-      {"fallback_model_without_endpoint", "", "F", shortAnswer("Ahoj"),
-       {failWith("Cannot connect to AI endpoint")},
-       response(false, "", "P", true, {}, false, 1,
-                "Cannot connect to AI endpoint"),
-       {"P"}},
-      {"second_pass_accepted", "http://fb/", "F", shortAnswer("Ahoj"),
-       {failWith("Cannot connect to AI endpoint"), reply("Nazdar.")},
-       response(true, "Nazdar.", "F", true, {}, true, 1, ""), {"P", "F"}},
-      {"rejected_then_transport_failure", "http://fb/", "F",
-       shortAnswer("Ahoj"),
-       {reply(slash), reply(slash), failWith("Cannot connect to AI endpoint")},
-       response(false, slash, "P", false, forbidden, false, 2,
-                "Cannot connect to AI endpoint"),
-       {"P", "P", "F"}},
-      {"both_transport_failures_joined", "http://fb/", "F",
-       shortAnswer("Ahoj"),
-       {failWith("Cannot connect to AI endpoint"),
-        failWith("Failed to receive AI response")},
-       response(false, "", "P", true, {}, false, 1,
-                "Cannot connect to AI endpoint; Failed to receive AI response"),
-       {"P", "F"}},
-      {"both_rejected", "http://fb/", "F", shortAnswer("Ahoj"),
-       {reply(slash), reply(slash), reply("/y"), reply("/z")},
-       response(false, slash, "P", false, forbidden, false, 2,
-                "AI answer rejected by watchdog"),
-       {"P", "P", "F", "F"}},
-      {"failure_then_rejection_keeps_first_error", "http://fb/", "F",
-       shortAnswer("Ahoj"),
-       {failWith("Malformed AI HTTP response"), reply("/y"), reply("/z")},
-       response(false, "", "P", true, {}, false, 1,
-                "Malformed AI HTTP response"),
-       {"P", "F", "F"}},
-      {"template_after_failure_ends_request", "http://fb/", "F", moderation,
-       {failWith("Cannot connect to AI endpoint")},
-       response(true, "OK", "watchdog-template", true, {}, true, 1,
-                "Cannot connect to AI endpoint"),
-       {"P"}},
+TEST(RequestEntry, Cases) {
+  const AiResponse slashRejected{.answer = "/x", .model = "P", .watchdogPassed = false,
+                                 .watchdogReasons = {"slash_command_forbidden"}, .attempts = 2,
+                                 .error = kRejected};
+  const std::string p = kPrimary + " P";
+  const std::string f = "http://fb/ F";
+  AiRuntimeConfig disabled = with("", "");
+  disabled.enabled = false;
+  AiRuntimeConfig noEndpoint = with("", "");
+  noEndpoint.endpoint.clear();
+  AiRuntimeConfig noModel = with("", "");
+  noModel.model.clear();
+  const EntryCase cases[] = {
+      {"disabled_before_empty_message", {}, {.error = "AI runtime disabled"}, {}, {}, disabled},
+      {"empty_message_before_empty_endpoint", {}, {.error = "AI request message is empty"}, {}, {}, noEndpoint},
+      {"empty_endpoint", {}, {.error = "AI endpoint is empty"}, {}, kHello, noEndpoint},
+      {"single_space_message_and_empty_model", {reply("Ano.")},
+       {.ok = true, .answer = "Ano.", .attempts = 1}, {kPrimary + " "}, {.message = " "}, noModel},
+      {"first_pass_accepted", {reply("Nazdar.")}, {.ok = true, .answer = "Nazdar.", .model = "P", .attempts = 1}, {p}},
+      {"rejected_no_fallback_pair", {reply("/x"), reply("/x")}, slashRejected, {p, p}, kHello, with("", "")},
+      {"fallback_endpoint_without_model", {reply("/x"), reply("/x")}, slashRejected, {p, p}, kHello, with("http://fb/", "")},
+      {"fallback_model_without_endpoint", {failWith(kNoConnect)},
+       {.model = "P", .attempts = 1, .error = kNoConnect}, {p}, kHello, with("", "F")},
+      {"second_pass_accepted", {failWith(kNoConnect), reply("Nazdar.")},
+       {.ok = true, .answer = "Nazdar.", .model = "F", .fallback = true, .attempts = 1}, {p, f}},
+      {"rejected_then_transport_failure", {reply("/x"), reply("/x"), failWith(kNoConnect)},
+       {.answer = "/x", .model = "P", .watchdogPassed = false, .watchdogReasons = {"slash_command_forbidden"},
+        .attempts = 2, .error = kNoConnect}, {p, p, f}},
+      {"both_transport_failures_joined", {failWith(kNoConnect), failWith("Failed to receive AI response")},
+       {.model = "P", .attempts = 1, .error = kNoConnect + "; Failed to receive AI response"}, {p, f}},
+      {"both_rejected", {reply("/x"), reply("/x"), reply("/y"), reply("/z")}, slashRejected, {p, p, f, f}},
+      {"failure_then_rejection_keeps_first_error", {failWith("Malformed AI HTTP response"), reply("/y"), reply("/z")},
+       {.model = "P", .attempts = 1, .error = "Malformed AI HTTP response"}, {p, f, f}},
+      {"template_after_failure_ends_request", {failWith(kNoConnect)},
+       {.ok = true, .answer = "OK", .model = "watchdog-template", .fallback = true, .attempts = 1, .error = kNoConnect},
+       {p}, {.message = "ahoj", .kind = AiRequestKind::ChatModeration}},
+      // The tool's exact result binds the answer and feeds the template.
+      {"tool_result_template", {reply("Je to 85."), reply("Asi 80.")},
+       {.ok = true, .answer = "84", .model = "watchdog-template", .fallback = true, .attempts = 2}, {p, p},
+       {.message = "Kolik je 12*(3+4)?", .kind = AiRequestKind::ShortAnswer}, with("", "")},
   };
-  for (const PassCase& c : cases) {
-    ScriptedTransport script(c.script);
-    const AiRuntime runtime(config(c.fallbackEndpoint, c.fallbackModel),
-                            script.transport());
-    expectResponse(runtime.ask(c.request), c.expected, c.name);
-    std::vector<std::string> models;
-    for (const auto& call : script.calls()) models.push_back(call.model);
-    EXPECT_EQ(models, c.models) << c.name;
-    for (const auto& call : script.calls()) {
-      EXPECT_EQ(call.endpoint, call.model == "F" ? c.fallbackEndpoint
-                                                 : "http://primary:1/v1/chat/completions")
-          << c.name;
-    }
+  for (const EntryCase& c : cases) {
+    test::ScriptedTransport script(c.script);
+    test::expectResponse(AiRuntime(c.config, script.transport()).ask(c.request), c.expected, c.name);
+    Texts calls;
+    for (const test::TransportCall& call : script.calls()) calls.push_back(call.endpoint + " " + call.model);
+    EXPECT_EQ(calls, c.calls) << c.name;
   }
 }
 
-TEST(RequestEntry, ToolFactsReachThePromptButNotTheCallersRequest) {
-  ScriptedTransport script({reply("Je to 84.")});
-  const AiRuntime runtime(config(), script.transport());
-  AiRequest request = shortAnswer("Kolik je 12*(3+4)?");
-  request.worldFacts = {"Jsme v hospodě."};
-  const AiRequest before = request;
-
-  const AiResponse response = runtime.ask(request);
-  EXPECT_TRUE(response.ok);
-  EXPECT_EQ(request.worldFacts, before.worldFacts);
-  EXPECT_EQ(request.toolResults, before.toolResults);
-  EXPECT_EQ(request.message, before.message);
+TEST(RequestEntry, ToolFactsReachThePrompt) {
+  test::ScriptedTransport script({reply("Je to 84.")});
+  const AiRequest request{.message = "Kolik je 12*(3+4)?", .worldFacts = {"Jsme v hospodě."},
+                          .kind = AiRequestKind::ShortAnswer};
+  EXPECT_TRUE(AiRuntime(with("", ""), script.transport()).ask(request).ok);
   ASSERT_EQ(script.calls().size(), 1u);
   EXPECT_EQ(script.calls()[0].userPrompt,
-            "FAKTA HERNÍHO SVĚTA:\n"
-            "- Jsme v hospodě.\n"
-            "- Přesný výsledek výpočtu  12*(3+4) je 84.\n"
-            "VÝSLEDKY NÁSTROJE/KALKULAČKY, JSOU ZÁVAZNÉ:\n"
-            "- 84\n"
-            "DOTAZ HRÁČE:\n"
-            "Kolik je 12*(3+4)?\n"
-            "\n"
+            "FAKTA HERNÍHO SVĚTA:\n- Jsme v hospodě.\n- Přesný výsledek výpočtu  12*(3+4) je 84.\n"
+            "VÝSLEDKY NÁSTROJE/KALKULAČKY, JSOU ZÁVAZNÉ:\n- 84\nDOTAZ HRÁČE:\nKolik je 12*(3+4)?\n\n"
             "Vrať pouze finální odpověď.");
-}
-
-TEST(RequestEntry, ToolResultBindsTheAnswerAndFeedsTheTemplate) {
-  ScriptedTransport script({reply("Je to 85."), reply("Asi 80.")});
-  const AiRuntime runtime(config(), script.transport());
-  expectResponse(runtime.ask(shortAnswer("Kolik je 12*(3+4)?")),
-                 response(true, "84", "watchdog-template", true, {}, true, 2,
-                          ""),
-                 "template");
 }
 
 }  // namespace

@@ -3,66 +3,48 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 namespace tovrin::ai {
 namespace {
 
-struct TextCase {
-  const char* name;
-  std::string input;
-  std::string expected;
-};
-
-TEST(Trim, RemovesOnlyTheFourSpaceBytesAtBothEnds) {
-  const TextCase cases[] = {
-      {"empty", "", ""},
-      {"only_spaces", " \t\r\n \n", ""},
-      {"vertical_tab_and_form_feed_stay", "\vA\f", "\vA\f"},
-      {"czech_with_inner_space", "  Ahoj světe \r\n", "Ahoj světe"},
-      {"nul_is_not_space", std::string("\0a\0", 3), std::string("\0a\0", 3)},
-      {"no_break_space_stays", "\xC2\xA0x\xC2\xA0", "\xC2\xA0x\xC2\xA0"},
-      {"single_byte", "\tx\t", "x"},
+TEST(Text, TrimAndFold) {
+  const struct {
+    std::string (*apply)(std::string);
+    std::string input;
+    std::string expected;
+  } kCases[] = {
+      // trim: only blank, tab, carriage return and line feed, at both ends.
+      {trim, "", ""},
+      {trim, " \t\r\n \n", ""},
+      {trim, "  Ahoj světe \r\n", "Ahoj světe"},
+      {trim, "\tx\t", "x"},
+      {trim, std::string("\v\0a\0\f", 5), std::string("\v\0a\0\f", 5)},
+      {trim, "\xC2\xA0x\xC2\xA0", "\xC2\xA0x\xC2\xA0"},
+      // toLowerAscii: ASCII capitals only, in and after whole blocks.
+      {toLowerAscii, "ŘEKNI ČESKÝ \x80\xFF", "Řekni ČeskÝ \x80\xFF"},
+      {toLowerAscii, "@AZ[`az{", "@az[`az{"},
+      {toLowerAscii, "ABCDEFGHIJKLMNOPQRSTUVWXYZ ŘEKNI @[`{ Q", "abcdefghijklmnopqrstuvwxyz Řekni @[`{ q"},
   };
-  for (const TextCase& c : cases) {
-    EXPECT_EQ(trim(c.input), c.expected) << c.name;
+  for (const auto& c : kCases) {
+    EXPECT_EQ(c.apply(c.input), c.expected) << testing::PrintToString(c.input);
   }
 }
 
-TEST(ToLowerAscii, ChangesAsciiCapitalsOnly) {
-  const TextCase cases[] = {
-      {"ascii", "Kolik JE 2+2?", "kolik je 2+2?"},
-      {"czech_capitals_keep_case", "ČESKÝ", "ČeskÝ"},
-      {"rekni", "ŘEKNI", "Řekni"},
-      {"all_high_bytes", "\x80\xC3\x9A\xFF", "\x80\xC3\x9A\xFF"},
-      {"edges_of_the_range", "@AZ[`az{", "@az[`az{"},
-      {"longer_than_a_block", "ABCDEFGHIJKLMNOPQRSTUVWXYZ ŘEKNI @[`{ Q",
-       "abcdefghijklmnopqrstuvwxyz Řekni @[`{ q"},
-  };
-  for (const TextCase& c : cases) {
-    EXPECT_EQ(toLowerAscii(c.input), c.expected) << c.name;
-  }
-}
-
-TEST(ContainsAny, FindsExactByteRuns) {
-  EXPECT_TRUE(containsAny("ahoj", {"x", ""}));
-  EXPECT_FALSE(containsAny("ab", {"abc"}));
-  EXPECT_FALSE(containsAny("ab", {}));
-  EXPECT_TRUE(containsAny("", {""}));
-  EXPECT_FALSE(containsAny("", {"a"}));
-  EXPECT_TRUE(containsAny("nesmí", {"nesmi", "smí"}));
-  EXPECT_FALSE(containsAny("NESMÍ", {"nesmí"}));
-}
-
-TEST(ContainsAny, NeedlesSharingTheirFirstByteAreAllTried) {
-  struct Case {
+TEST(Text, ContainsAnyFindsExactByteRuns) {
+  const struct {
     const char* name;
     std::string_view text;
     std::initializer_list<std::string_view> needles;
     bool found;
-  };
-  const Case cases[] = {
-      {"second_of_a_pair", "pomohla jsem ti", {"pomohl jsem ti", "pomohla"},
-       true},
+  } kCases[] = {
+      {"empty_needle", "ahoj", {"x", ""}, true},
+      {"longer_needle", "ab", {"abc"}, false},
+      {"no_needles", "ab", {}, false},
+      {"empty_in_empty", "", {""}, true},
+      {"nothing_in_empty", "", {"a"}, false},
+      {"accent_is_not_folded", "NESMÍ", {"nesmí"}, false},
+      {"second_of_a_pair", "pomohla jsem ti", {"pomohl jsem ti", "pomohla"}, true},
       {"pair_absent", "pomoc", {"pomohl", "pomohla"}, false},
       {"longer_needle_first", "xab", {"abcdef", "ab"}, true},
       {"found_late_in_text", "aaaaaaaaaaaaaaaaaaaaaaab", {"ac", "ab"}, true},
@@ -70,14 +52,14 @@ TEST(ContainsAny, NeedlesSharingTheirFirstByteAreAllTried) {
       {"needle_at_the_very_end", "xxxxnedám", {"nelze", "nedám"}, true},
       {"other_first_byte_after", "dej mi to", {"ddd", "xyz", "mi"}, true},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : kCases) {
     EXPECT_EQ(containsAny(c.text, c.needles), c.found) << c.name;
   }
 }
 
-TEST(ContainsText, MatchesNaiveSearchOnAllShortTexts) {
-  // Every text and needle of up to 6 bytes over a two-letter alphabet:
-  // the border table's corner cases all show up here.
+TEST(Text, ContainsTextMatchesNaiveSearchOnAllShortTexts) {
+  // Every text and needle of up to 6 bytes over two letters: the border
+  // table's corner cases all show up here.
   std::vector<std::string> words{""};
   for (std::size_t length = 1; length <= 6; ++length) {
     for (unsigned bits = 0; bits < (1u << length); ++bits) {
@@ -88,14 +70,11 @@ TEST(ContainsText, MatchesNaiveSearchOnAllShortTexts) {
   }
   for (const std::string& text : words) {
     for (const std::string& needle : words) {
-      ASSERT_EQ(containsText(text, needle),
-                text.find(needle) != std::string::npos)
+      ASSERT_EQ(containsText(text, needle), text.find(needle) != std::string::npos)
           << "text '" << text << "' needle '" << needle << "'";
     }
   }
-}
-
-TEST(ContainsText, LongRepetitiveTextsFinishQuickly) {
+  // Long and repetitive: quadratic if any byte were read again and again.
   const std::string text(1 << 20, 'a');
   const std::string needle = std::string(1 << 19, 'a') + "b";
   EXPECT_FALSE(containsText(text, needle));

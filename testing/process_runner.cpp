@@ -1,6 +1,7 @@
 // The test suites' only platform-dependent code: starting a program with
 // its output redirected to files, waiting for it within a limit and killing
-// it past that. CreateProcessW on Windows, fork and exec elsewhere.
+// it past that (CreateProcessW on Windows, fork and exec elsewhere), and a
+// private network namespace on Linux.
 #include "testing/process_runner.hpp"
 
 #ifdef _WIN32
@@ -13,7 +14,11 @@
 #include <windows.h>
 #else
 #include <fcntl.h>
+#include <net/if.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,6 +27,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -85,23 +91,14 @@ void appendQuoted(std::wstring& commandLine, const std::wstring& argument) {
   commandLine += L'"';
 }
 
-class Handle {
- public:
-  explicit Handle(HANDLE handle) : handle_(handle) {}
+// Closes the handle it owns when it goes out of scope.
+struct Handle {
+  HANDLE handle;
   ~Handle() {
-    if (handle_ != nullptr && handle_ != INVALID_HANDLE_VALUE) {
-      ::CloseHandle(handle_);
-    }
+    if (valid()) ::CloseHandle(handle);
   }
-  Handle(const Handle&) = delete;
-  Handle& operator=(const Handle&) = delete;
-  HANDLE get() const { return handle_; }
-  bool valid() const {
-    return handle_ != nullptr && handle_ != INVALID_HANDLE_VALUE;
-  }
-
- private:
-  HANDLE handle_;
+  HANDLE get() const { return handle; }
+  bool valid() const { return handle != nullptr && handle != INVALID_HANDLE_VALUE; }
 };
 
 HANDLE openForChild(const wchar_t* name, DWORD access, DWORD disposition) {
@@ -124,11 +121,9 @@ int runAndWait(const fs::path& program,
     appendQuoted(commandLine, widen(argument));
   }
 
-  const Handle in(openForChild(L"NUL", GENERIC_READ, OPEN_EXISTING));
-  const Handle out(
-      openForChild(outPath.c_str(), GENERIC_WRITE, CREATE_ALWAYS));
-  const Handle err(
-      openForChild(errPath.c_str(), GENERIC_WRITE, CREATE_ALWAYS));
+  const Handle in{openForChild(L"NUL", GENERIC_READ, OPEN_EXISTING)};
+  const Handle out{openForChild(outPath.c_str(), GENERIC_WRITE, CREATE_ALWAYS)};
+  const Handle err{openForChild(errPath.c_str(), GENERIC_WRITE, CREATE_ALWAYS)};
   if (!in.valid() || !out.valid() || !err.valid()) {
     throw std::runtime_error("cannot open the output files");
   }
@@ -167,8 +162,8 @@ int runAndWait(const fs::path& program,
     throw std::runtime_error("cannot start " + program.string() +
                              ", error " + std::to_string(::GetLastError()));
   }
-  const Handle processHandle(process.hProcess);
-  const Handle threadHandle(process.hThread);
+  const Handle processHandle{process.hProcess};
+  const Handle threadHandle{process.hThread};
 
   const DWORD waited = ::WaitForSingleObject(
       processHandle.get(), static_cast<DWORD>(limit.count()));
@@ -261,6 +256,33 @@ ProcessResult runProcess(const fs::path& program,
   fs::remove(errPath);
   return result;
 }
+
+#if defined(__linux__)
+bool isolateNetwork() {
+  // As root a network namespace needs nothing more; otherwise a user
+  // namespace, with this user mapped to itself, grants the right to one.
+  if (::unshare(CLONE_NEWNET) != 0) {
+    const std::string uid = std::to_string(::getuid()), gid = std::to_string(::getgid());
+    if (::unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) return false;
+    std::ofstream("/proc/self/setgroups") << "deny";
+    if (!(std::ofstream("/proc/self/uid_map") << uid + " " + uid + " 1\n") ||
+        !(std::ofstream("/proc/self/gid_map") << gid + " " + gid + " 1\n")) {
+      return false;
+    }
+  }
+  // A new namespace's loopback interface starts down.
+  const int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+  ifreq request{};
+  std::strcpy(request.ifr_name, "lo");
+  bool up = fd >= 0 && ::ioctl(fd, SIOCGIFFLAGS, &request) == 0;
+  request.ifr_flags = static_cast<short>(request.ifr_flags | IFF_UP);
+  up = up && ::ioctl(fd, SIOCSIFFLAGS, &request) == 0;
+  if (fd >= 0) ::close(fd);
+  return up;
+}
+#else
+bool isolateNetwork() { return false; }
+#endif
 
 bool runningUnderWine() {
 #ifdef _WIN32

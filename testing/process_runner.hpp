@@ -25,6 +25,11 @@ ProcessResult runProcess(const std::filesystem::path& program,
                          std::chrono::milliseconds limit =
                              std::chrono::milliseconds(60000));
 
+// Moves this process into a private network namespace whose loopback
+// interface is up, where the platform allows one (Linux); false otherwise.
+// Call it while the process has a single thread.
+bool isolateNetwork();
+
 // True when this process is a Windows program running under Wine, whose
 // sockets differ from Windows in a few corners (an abortive close arrives
 // as an orderly one).

@@ -1,41 +1,29 @@
-// Whole-response comparison for tests: every field, with its name in the
-// failure message.
+// Whole-response comparison for tests: one line naming every field, so a
+// failure shows all of them side by side.
 #ifndef TOVRIN_AI_TESTING_RESPONSE_MATCHERS_HPP_
 #define TOVRIN_AI_TESTING_RESPONSE_MATCHERS_HPP_
 
 #include <gtest/gtest.h>
 
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "tovrin/ai.hpp"
 
 namespace tovrin::ai::test {
 
-// A response with every field given, in the record's order.
-inline AiResponse response(bool ok, std::string answer, std::string model,
-                           bool watchdogPassed,
-                           std::vector<std::string> watchdogReasons,
-                           bool fallback, std::size_t attempts,
-                           std::string error) {
-  return {ok,       std::move(answer),          std::move(model),
-          watchdogPassed, std::move(watchdogReasons), fallback,
-          attempts, std::move(error)};
+inline std::string describe(const AiResponse& r) {
+  std::string reasons;
+  for (const std::string& reason : r.watchdogReasons) reasons += reason + ";";
+  return "ok=" + std::to_string(r.ok) + " answer=" + r.answer + " model=" + r.model +
+         " passed=" + std::to_string(r.watchdogPassed) + " reasons=" + reasons +
+         " fallback=" + std::to_string(r.fallback) +
+         " attempts=" + std::to_string(r.attempts) + " error=" + r.error;
 }
 
+// Write expected with designated initializers: {.ok = true, .answer = ...}.
 inline void expectResponse(const AiResponse& actual, const AiResponse& expected,
                            const std::string& context) {
-  EXPECT_EQ(actual.ok, expected.ok) << context << ": ok";
-  EXPECT_EQ(actual.answer, expected.answer) << context << ": answer";
-  EXPECT_EQ(actual.model, expected.model) << context << ": model";
-  EXPECT_EQ(actual.watchdogPassed, expected.watchdogPassed)
-      << context << ": watchdogPassed";
-  EXPECT_EQ(actual.watchdogReasons, expected.watchdogReasons)
-      << context << ": watchdogReasons";
-  EXPECT_EQ(actual.fallback, expected.fallback) << context << ": fallback";
-  EXPECT_EQ(actual.attempts, expected.attempts) << context << ": attempts";
-  EXPECT_EQ(actual.error, expected.error) << context << ": error";
+  EXPECT_EQ(describe(actual), describe(expected)) << context;
 }
 
 }  // namespace tovrin::ai::test

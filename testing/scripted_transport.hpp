@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -16,22 +15,18 @@ namespace tovrin::ai::test {
 
 // What the transport was called with.
 struct TransportCall {
-  std::string endpoint;
-  std::string model;
-  std::string systemPrompt;
-  std::string userPrompt;
+  std::string endpoint, model, systemPrompt, userPrompt;
   std::size_t maxTokens = 0;
-  std::int64_t timeoutMs = 0;
 };
 
-// One scripted reply: an answer text, or a std::runtime_error to throw.
+// One scripted reply: an answer text, or with failed set the text of a
+// std::runtime_error to throw.
 struct ScriptStep {
-  std::string answer;
-  std::optional<std::string> error;
+  std::string text;
+  bool failed = false;
 };
-
-inline ScriptStep reply(std::string answer) { return {std::move(answer), {}}; }
-inline ScriptStep failWith(std::string error) { return {{}, std::move(error)}; }
+inline ScriptStep reply(std::string answer) { return {std::move(answer)}; }
+inline ScriptStep failWith(std::string error) { return {std::move(error), true}; }
 
 class ScriptedTransport {
  public:
@@ -42,19 +37,17 @@ class ScriptedTransport {
 
   // The AiTransport to hand to a runtime; it shares this object's record.
   AiTransport transport() const {
-    std::shared_ptr<State> state = state_;
-    return [state](const AiRuntimeConfig& config, const std::string& endpoint,
-                   const std::string& model, const std::string& systemPrompt,
-                   const std::string& userPrompt,
-                   std::size_t maxTokens) -> std::string {
-      state->calls.push_back({endpoint, model, systemPrompt, userPrompt,
-                              maxTokens, config.timeoutMs});
-      if (state->next >= state->script.size()) {
+    return [state = state_](const AiRuntimeConfig&, const std::string& endpoint,
+                            const std::string& model, const std::string& systemPrompt,
+                            const std::string& userPrompt,
+                            std::size_t maxTokens) -> std::string {
+      state->calls.push_back({endpoint, model, systemPrompt, userPrompt, maxTokens});
+      if (state->calls.size() > state->script.size()) {
         throw std::logic_error("scripted transport called too often");
       }
-      const ScriptStep& step = state->script[state->next++];
-      if (step.error) throw std::runtime_error(*step.error);
-      return step.answer;
+      const ScriptStep& step = state->script[state->calls.size() - 1];
+      if (step.failed) throw std::runtime_error(step.text);
+      return step.text;
     };
   }
 
@@ -63,7 +56,6 @@ class ScriptedTransport {
  private:
   struct State {
     std::vector<ScriptStep> script;
-    std::size_t next = 0;
     std::vector<TransportCall> calls;
   };
   std::shared_ptr<State> state_;

@@ -47,7 +47,11 @@ LoopbackStep chatCompletionStep(std::string_view rawContent);
 
 // The eval tool's tests build their steps with these.
 inline LoopbackStep closeWithoutAnswerStep() { return {}; }
-inline LoopbackStep closeBeforeReadingStep() { return {.readRequest = false}; }
+inline LoopbackStep closeBeforeReadingStep() {
+  LoopbackStep step;
+  step.readRequest = false;
+  return step;
+}
 inline LoopbackStep delayedStep(milliseconds delay, LoopbackStep step) {
   step.delay = delay;
   return step;

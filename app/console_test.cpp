@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -54,7 +55,8 @@ class Console : public ::testing::Test {
   void SetUp() override {
     if (!portProblem.empty()) GTEST_SKIP() << portProblem;
     dir_ = fs::temp_directory_path() /
-           ("tovrin_ai_console_" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()));
+           ("tovrin_ai_console_" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()) +
+            "_" + std::to_string(std::random_device{}()));  // other checkouts may test at once
     fs::remove_all(dir_);
     fs::create_directories(dir_ / "assets" / "ai");
   }

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <string>
 
 #include "testing/scripted_transport.hpp"
@@ -18,7 +19,8 @@ std::string helperTextOf(const fs::path& helperPath) {
 }
 
 TEST(Runtime, HelperFileIsReadOnceAsItsBytes) {
-  const fs::path dir = fs::temp_directory_path() / "tovrin_ai_helper_test";
+  // Unique per run: other checkouts may run the same test at once.
+  const fs::path dir = fs::temp_directory_path() / ("tovrin_ai_helper_test_" + std::to_string(std::random_device{}()));
   fs::remove_all(dir);
   fs::create_directories(dir);
   const std::string bytes = "\xEF\xBB\xBFPiš spisovně.\r\nBez zkratek.\r\n" + std::string(1, '\0') + "konec";

@@ -1,0 +1,545 @@
+#include "tovrin/ai/service.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+
+#include "tovrin/ai/tools.hpp"
+#include "tovrin/ai/transport.hpp"
+#include "transport/socket_platform.hpp"
+#include "transport/wakeable_exchange.hpp"
+
+namespace tovrin::ai {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+enum class RecordState { kQueued, kRunning, kFinished };
+
+// One submitted request: leveldb's Writer, a small record per waiting
+// caller. Fields below `state` are guarded by State::mutex.
+struct Record {
+  AiRequestId id = 0;
+  AiSubmission submission;
+  Clock::time_point deadline;
+  std::stop_source stop;
+  std::atomic<AiEnding> stopReason{AiEnding::kAnswered};  // set before stop
+
+  RecordState state = RecordState::kQueued;
+  bool substituting = false;  // the timer thread is completing it
+  AiRequestTrace trace;
+  std::optional<AiModelCallTrace> openCall;  // a game transport's call
+};
+
+struct Worker {
+  detail::WakeSignal wake;
+  std::thread thread;
+};
+
+// What the runtime's transport knows of the request it serves. A request
+// runs wholly on one thread, so a thread-local finds it.
+struct CallContext {
+  Record* record = nullptr;
+  const detail::WakeSignal* wake = nullptr;
+  AiRequest enriched;  // as the runtime judges answers
+  std::size_t pass = 0;
+  std::size_t attempt = 0;
+  bool lastRejected = false;
+  bool interrupted = false;
+};
+
+thread_local CallContext* currentCall = nullptr;
+
+const char* endingText(AiEnding ending) {
+  switch (ending) {
+    case AiEnding::kQueueFull:
+      return kQueueFullError;
+    case AiEnding::kSuperseded:
+      return kSupersededError;
+    case AiEnding::kCancelled:
+      return kCancelledError;
+    case AiEnding::kDeadline:
+      return kDeadlineError;
+    case AiEnding::kShutdown:
+      return kShutdownError;
+    case AiEnding::kAnswered:
+    case AiEnding::kFailed:
+      break;
+  }
+  return "";
+}
+
+AiResponse failedResponse(AiEnding ending) {
+  AiResponse response;
+  response.error = endingText(ending);
+  return response;
+}
+
+std::chrono::microseconds since(Clock::time_point start) {
+  return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() -
+                                                               start);
+}
+
+}  // namespace
+
+struct AiService::State {
+  State(AiRuntimeConfig config, AiServiceOptions options, AiTransport transport)
+      : options(options),
+        gameTransport(std::move(transport)),
+        runtime(std::move(config),
+                [this](const AiRuntimeConfig& c, const std::string& endpoint,
+                       const std::string& model, const std::string& system,
+                       const std::string& user, std::size_t maxTokens) {
+                  return callModel(c, endpoint, model, system, user, maxTokens);
+                }) {}
+
+  std::string callModel(const AiRuntimeConfig& config,
+                        const std::string& endpoint, const std::string& model,
+                        const std::string& systemPrompt,
+                        const std::string& userPrompt, std::size_t maxTokens);
+  std::string callInner(const AiRuntimeConfig& config,
+                        const std::string& endpoint, const std::string& model,
+                        const std::string& systemPrompt,
+                        const std::string& userPrompt, std::size_t maxTokens,
+                        const CallContext* context);
+
+  void finishLocked(Record& record, AiEnding ending, AiResponse response);
+  void stopLocked(Record& record, AiEnding reason);
+  std::shared_ptr<Record> takeReadyLocked();
+  void workerLoop(Worker& worker);
+  void run(Worker& worker, Record& record);
+  void timerLoop();
+  void substitute(std::unique_lock<std::mutex>& lock,
+                  const std::shared_ptr<Record>& record);
+
+  const AiServiceOptions options;
+  const AiTransport gameTransport;  // empty: the wakeable HTTP exchange
+  AiRuntime runtime;
+
+  mutable std::mutex mutex;
+  std::condition_variable workAvailable;
+  std::condition_variable timerWake;
+  bool shuttingDown = false;
+  AiRequestId nextId = 1;
+  std::deque<std::shared_ptr<Record>> queue;  // not started, in order
+  std::unordered_map<AiRequestId, std::shared_ptr<Record>> live;
+  std::unordered_set<std::string> busyConversations;
+  std::vector<AiCompletion> done;
+  Clock::time_point timerTarget = Clock::time_point::max();
+
+  std::vector<std::unique_ptr<Worker>> workers;
+  std::thread timer;
+};
+
+std::stop_token currentStopToken() {
+  if (currentCall == nullptr) return {};
+  return currentCall->record->stop.get_token();
+}
+
+std::string AiService::State::callInner(
+    const AiRuntimeConfig& config, const std::string& endpoint,
+    const std::string& model, const std::string& systemPrompt,
+    const std::string& userPrompt, std::size_t maxTokens,
+    const CallContext* context) {
+  if (gameTransport) {
+    return gameTransport(config, endpoint, model, systemPrompt, userPrompt,
+                         maxTokens);
+  }
+  if (context == nullptr || context->wake == nullptr) {
+    return httpChatCompletion(config, endpoint, model, systemPrompt,
+                              userPrompt, maxTokens);
+  }
+  return detail::wakeableChatCompletion(config, endpoint, model, systemPrompt,
+                                        userPrompt, maxTokens, *context->wake);
+}
+
+std::string AiService::State::callModel(const AiRuntimeConfig& config,
+                                        const std::string& endpoint,
+                                        const std::string& model,
+                                        const std::string& systemPrompt,
+                                        const std::string& userPrompt,
+                                        std::size_t maxTokens) {
+  CallContext* context = currentCall;
+  if (context == nullptr) {  // the game called runtime().ask itself
+    return callInner(config, endpoint, model, systemPrompt, userPrompt,
+                     maxTokens, nullptr);
+  }
+  Record& record = *context->record;
+  const std::stop_token token = record.stop.get_token();
+  const char* stopText = nullptr;
+  if (token.stop_requested()) {
+    // A stopped request's later calls fail at once and leave no trace.
+    context->interrupted = true;
+    throw std::runtime_error(endingText(record.stopReason.load()));
+  }
+
+  // The generation loop's order: a rejected first attempt is repaired when
+  // repair is on; anything else ends the pass.
+  if (context->pass == 0) {
+    context->pass = context->attempt = 1;
+  } else if (context->attempt == 1 && context->lastRejected &&
+             config.repairEnabled) {
+    context->attempt = 2;
+  } else {
+    ++context->pass;
+    context->attempt = 1;
+  }
+  AiModelCallTrace call;
+  call.pass = context->pass;
+  call.attempt = context->attempt;
+  call.endpoint = endpoint;
+  call.model = model;
+  call.start = Clock::now();
+  if (gameTransport) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    record.openCall = call;
+  }
+
+  std::string answer;
+  try {
+    answer = callInner(config, endpoint, model, systemPrompt, userPrompt,
+                       maxTokens, context);
+    // A game transport that returns after the stop is too late.
+    if (token.stop_requested()) throw detail::ExchangeInterrupted();
+    call.answered = true;
+    call.answer = answer;
+    if (config.watchdogEnabled) {
+      call.verdict = validateAnswer(answer, context->enriched);
+    }
+  } catch (const std::exception& error) {
+    call.error = error.what();
+    if (token.stop_requested()) {
+      stopText = endingText(record.stopReason.load());
+      call.error = stopText;
+      context->interrupted = true;
+    }
+  }
+  call.duration = since(call.start);
+  context->lastRejected = call.answered && !call.verdict.passed;
+  const bool answered = call.answered;
+  std::string error = call.error;
+  {
+    const std::lock_guard<std::mutex> lock(mutex);
+    record.trace.calls.push_back(std::move(call));
+    record.openCall.reset();
+  }
+  if (!answered) throw std::runtime_error(error);
+  return answer;
+}
+
+void AiService::State::finishLocked(Record& record, AiEnding ending,
+                                    AiResponse response) {
+  if (record.state == RecordState::kRunning &&
+      !record.submission.conversation.empty()) {
+    busyConversations.erase(record.submission.conversation);
+  }
+  record.state = RecordState::kFinished;
+  AiCompletion completion;
+  completion.id = record.id;
+  completion.ending = ending;
+  completion.response = std::move(response);
+  completion.trace = std::move(record.trace);
+  done.push_back(std::move(completion));
+  live.erase(record.id);  // may release record: nothing touches it after
+}
+
+void AiService::State::stopLocked(Record& record, AiEnding reason) {
+  if (record.state == RecordState::kQueued) {
+    queue.erase(std::find_if(
+        queue.begin(), queue.end(),
+        [&](const std::shared_ptr<Record>& r) { return r.get() == &record; }));
+    finishLocked(record, reason, failedResponse(reason));
+    return;
+  }
+  if (record.state != RecordState::kRunning || record.stop.stop_requested()) {
+    return;
+  }
+  record.stopReason.store(reason);
+  // Runs the worker's stop callback here, which raises its wake signal.
+  record.stop.request_stop();
+  if (gameTransport) timerWake.notify_one();
+}
+
+std::shared_ptr<Record> AiService::State::takeReadyLocked() {
+  for (auto it = queue.begin(); it != queue.end(); ++it) {
+    const std::string& key = (*it)->submission.conversation;
+    if (!key.empty() && !busyConversations.insert(key).second) continue;
+    std::shared_ptr<Record> record = std::move(*it);
+    queue.erase(it);
+    record->state = RecordState::kRunning;
+    record->trace.queueWait = since(record->trace.submitted);
+    return record;
+  }
+  return nullptr;
+}
+
+void AiService::State::workerLoop(Worker& worker) {
+  std::unique_lock<std::mutex> lock(mutex);
+  for (;;) {
+    std::shared_ptr<Record> record;
+    workAvailable.wait(lock, [&] {
+      if (shuttingDown) return true;
+      record = takeReadyLocked();
+      return record != nullptr;
+    });
+    if (!record) return;
+    lock.unlock();
+    run(worker, *record);
+    lock.lock();
+  }
+}
+
+void AiService::State::run(Worker& worker, Record& record) {
+  CallContext context;
+  context.record = &record;
+  context.wake = &worker.wake;
+  AiResponse response;
+  AiEnding ending = AiEnding::kAnswered;
+  {
+    // Registered only while this worker serves the request, so a stop
+    // never wakes a later request; the destructor waits for a callback
+    // running on another thread.
+    const std::stop_callback wakeOnStop(record.stop.get_token(),
+                                        [&worker] { worker.wake.raise(); });
+    currentCall = &context;
+    try {
+      context.enriched = applyToolFacts(record.submission.request);
+      response = runtime.ask(record.submission.request);
+    } catch (const std::exception& error) {
+      response = AiResponse{};
+      response.error = error.what();
+      ending = AiEnding::kFailed;
+    }
+    currentCall = nullptr;
+  }
+  worker.wake.clear();
+  if (context.interrupted && ending == AiEnding::kAnswered) {
+    ending = record.stopReason.load();
+    if (!response.ok) response.error = endingText(ending);
+  }
+  const std::lock_guard<std::mutex> lock(mutex);
+  if (record.state == RecordState::kRunning) {
+    finishLocked(record, ending, std::move(response));
+  }
+}
+
+// Completes a stopped request whose game transport has not returned: the
+// same request asked again with every call failing at once, so the
+// template answer appears where it fits. What the transport returns later
+// is dropped by its worker.
+void AiService::State::substitute(std::unique_lock<std::mutex>& lock,
+                                  const std::shared_ptr<Record>& record) {
+  record->substituting = true;
+  const AiEnding reason = record->stopReason.load();
+  AiRequestTrace trace = record->trace;
+  if (record->openCall) {
+    AiModelCallTrace call = *record->openCall;
+    call.duration = since(call.start);
+    call.error = endingText(reason);
+    trace.calls.push_back(std::move(call));
+  }
+  lock.unlock();
+  CallContext context;
+  context.record = record.get();
+  currentCall = &context;
+  AiResponse response = runtime.ask(record->submission.request);
+  currentCall = nullptr;
+  if (!response.ok) response.error = endingText(reason);
+  lock.lock();
+  if (record->state == RecordState::kRunning) {
+    record->trace = std::move(trace);
+    finishLocked(*record, reason, std::move(response));
+  }
+}
+
+void AiService::State::timerLoop() {
+  std::unique_lock<std::mutex> lock(mutex);
+  while (!shuttingDown) {
+    const Clock::time_point now = Clock::now();
+    Clock::time_point next = Clock::time_point::max();
+    std::vector<std::shared_ptr<Record>> expired;
+    std::shared_ptr<Record> orphan;
+    for (const auto& entry : live) {
+      Record& record = *entry.second;
+      if (!record.stop.stop_requested()) {
+        if (record.deadline <= now) {
+          expired.push_back(entry.second);
+        } else {
+          next = std::min(next, record.deadline);
+        }
+      } else if (gameTransport && record.state == RecordState::kRunning &&
+                 !record.substituting) {
+        orphan = entry.second;
+      }
+    }
+    for (const auto& record : expired) stopLocked(*record, AiEnding::kDeadline);
+    if (orphan) {
+      substitute(lock, orphan);
+      continue;
+    }
+    if (!expired.empty()) continue;
+    timerTarget = next;
+    if (next == Clock::time_point::max()) {
+      timerWake.wait(lock);
+    } else {
+      timerWake.wait_until(lock, next);
+    }
+  }
+}
+
+AiService::AiService(AiRuntimeConfig config, AiServiceOptions options,
+                     AiTransport transport) {
+  if (options.workers == 0) {
+    throw std::invalid_argument("AiService needs at least one worker");
+  }
+  if (options.queueLimit == 0) {
+    throw std::invalid_argument("AiService queue limit must be at least 1");
+  }
+  if (options.deadline.count() <= 0) {
+    throw std::invalid_argument("AiService deadline must be positive");
+  }
+  state_ = std::make_unique<State>(std::move(config), options,
+                                   std::move(transport));
+  State& s = *state_;
+  for (std::size_t i = 0; i < options.workers; ++i) {
+    s.workers.push_back(std::make_unique<Worker>());
+    if (!s.gameTransport && !s.workers.back()->wake.isOpen()) {
+      throw std::runtime_error("AiService cannot create its wake signals");
+    }
+  }
+  // Started only once every worker exists, so that a failure above leaves
+  // no thread to join.
+  for (const auto& worker : s.workers) {
+    Worker& w = *worker;
+    w.thread = std::thread([&s, &w] { s.workerLoop(w); });
+  }
+  s.timer = std::thread([&s] { s.timerLoop(); });
+}
+
+AiService::~AiService() { shutdown(); }
+
+AiRequestId AiService::submit(AiSubmission submission) {
+  State& s = *state_;
+  const std::chrono::milliseconds limit =
+      submission.deadline.value_or(s.options.deadline);
+  if (limit.count() <= 0) {
+    throw std::invalid_argument("AI request deadline must be positive");
+  }
+  // Allocated before the lock, so that the lock only guards bookkeeping.
+  auto record = std::make_shared<Record>();
+  record->trace.submitted = Clock::now();
+  record->deadline = record->trace.submitted + limit;
+  record->submission = std::move(submission);
+  const std::string& key = record->submission.conversation;
+
+  bool wakeTimer = false;
+  AiRequestId id = 0;
+  {
+    const std::lock_guard<std::mutex> lock(s.mutex);
+    id = record->id = s.nextId++;
+    auto replaced = s.queue.end();
+    if (record->submission.supersede && !key.empty()) {
+      replaced = std::find_if(
+          s.queue.begin(), s.queue.end(),
+          [&](const std::shared_ptr<Record>& r) {
+            return r->submission.conversation == key;
+          });
+    }
+    const AiEnding refusal = s.shuttingDown ? AiEnding::kShutdown
+                             : replaced == s.queue.end() &&
+                                     s.queue.size() >= s.options.queueLimit
+                                 ? AiEnding::kQueueFull
+                                 : AiEnding::kAnswered;
+    if (refusal != AiEnding::kAnswered) {
+      AiCompletion completion;
+      completion.id = id;
+      completion.ending = refusal;
+      completion.response = failedResponse(refusal);
+      completion.trace = std::move(record->trace);
+      s.done.push_back(std::move(completion));
+      return id;
+    }
+    s.live.emplace(id, record);
+    if (replaced != s.queue.end()) {
+      std::shared_ptr<Record> old = std::exchange(*replaced, record);
+      old->state = RecordState::kFinished;
+      AiCompletion completion;
+      completion.id = old->id;
+      completion.ending = AiEnding::kSuperseded;
+      completion.response = failedResponse(AiEnding::kSuperseded);
+      completion.trace = std::move(old->trace);
+      s.done.push_back(std::move(completion));
+      s.live.erase(old->id);
+    } else {
+      s.queue.push_back(record);
+    }
+    if (record->deadline < s.timerTarget) {
+      s.timerTarget = record->deadline;
+      wakeTimer = true;
+    }
+  }
+  s.workAvailable.notify_one();
+  if (wakeTimer) s.timerWake.notify_one();
+  return id;
+}
+
+std::size_t AiService::poll(std::vector<AiCompletion>& out) {
+  out.clear();
+  State& s = *state_;
+  const std::lock_guard<std::mutex> lock(s.mutex);
+  s.done.swap(out);
+  return out.size();
+}
+
+std::vector<AiCompletion> AiService::poll() {
+  std::vector<AiCompletion> out;
+  poll(out);
+  return out;
+}
+
+bool AiService::cancel(AiRequestId id) {
+  State& s = *state_;
+  const std::lock_guard<std::mutex> lock(s.mutex);
+  const auto it = s.live.find(id);
+  if (it == s.live.end() || it->second->stop.stop_requested()) return false;
+  const std::shared_ptr<Record> record = it->second;
+  s.stopLocked(*record, AiEnding::kCancelled);
+  return true;
+}
+
+std::size_t AiService::pending() const {
+  const std::lock_guard<std::mutex> lock(state_->mutex);
+  return state_->live.size();
+}
+
+void AiService::shutdown() {
+  State& s = *state_;
+  {
+    const std::lock_guard<std::mutex> lock(s.mutex);
+    if (!s.shuttingDown) {
+      s.shuttingDown = true;
+      std::vector<std::shared_ptr<Record>> all;
+      for (const auto& entry : s.live) all.push_back(entry.second);
+      for (const auto& record : all) s.stopLocked(*record, AiEnding::kShutdown);
+    }
+  }
+  s.workAvailable.notify_all();
+  s.timerWake.notify_all();
+  for (const auto& worker : s.workers) {
+    if (worker->thread.joinable()) worker->thread.join();
+  }
+  if (s.timer.joinable()) s.timer.join();
+}
+
+const AiRuntime& AiService::runtime() const { return state_->runtime; }
+
+}  // namespace tovrin::ai

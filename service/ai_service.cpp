@@ -248,6 +248,7 @@ void AiService::State::finishLocked(Record& record, AiEnding ending,
   completion.ending = ending;
   completion.response = std::move(response);
   completion.trace = std::move(record.trace);
+  completion.trace.total = since(completion.trace.submitted);
   done.push_back(std::move(completion));
   live.erase(record.id);  // may release record: nothing touches it after
 }
@@ -437,7 +438,11 @@ AiRequestId AiService::submit(AiSubmission submission) {
   // Allocated before the lock, so that the lock only guards bookkeeping.
   auto record = std::make_shared<Record>();
   record->trace.submitted = Clock::now();
-  record->deadline = record->trace.submitted + limit;
+  // A deadline beyond what the clock can hold is no deadline.
+  record->deadline =
+      Clock::time_point::max() - record->trace.submitted > limit
+          ? record->trace.submitted + limit
+          : Clock::time_point::max();
   record->submission = std::move(submission);
   const std::string& key = record->submission.conversation;
 

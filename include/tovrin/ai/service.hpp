@@ -119,6 +119,7 @@ struct AiModelCallTrace {
 struct AiRequestTrace {
   std::chrono::steady_clock::time_point submitted;
   std::chrono::microseconds queueWait{0};  // submission to start on a worker
+  std::chrono::microseconds total{0};      // submission to completion
   std::vector<AiModelCallTrace> calls;     // in call order
 };
 

@@ -359,6 +359,8 @@ void AiService::State::substitute(std::unique_lock<std::mutex>& lock,
   if (record->state == RecordState::kRunning) {
     record->trace = std::move(trace);
     finishLocked(*record, reason, std::move(response));
+    // Its conversation may go on while the worker is still held.
+    workAvailable.notify_one();
   }
 }
 
@@ -451,16 +453,26 @@ AiRequestId AiService::submit(AiSubmission submission) {
   {
     const std::lock_guard<std::mutex> lock(s.mutex);
     id = record->id = s.nextId++;
-    auto replaced = s.queue.end();
-    if (record->submission.supersede && !key.empty()) {
-      replaced = std::find_if(
-          s.queue.begin(), s.queue.end(),
-          [&](const std::shared_ptr<Record>& r) {
-            return r->submission.conversation == key;
-          });
+    // Every queued request of the conversation is superseded; the new one
+    // takes the place of the oldest.
+    constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+    std::size_t place = kNone;
+    if (record->submission.supersede && !key.empty() && !s.shuttingDown) {
+      for (std::size_t i = 0; i < s.queue.size();) {
+        if (s.queue[i]->submission.conversation != key) {
+          ++i;
+        } else if (place == kNone) {
+          place = i++;
+        } else {
+          const std::shared_ptr<Record> old = std::move(s.queue[i]);
+          s.queue.erase(s.queue.begin() + static_cast<std::ptrdiff_t>(i));
+          s.finishLocked(*old, AiEnding::kSuperseded,
+                         failedResponse(AiEnding::kSuperseded));
+        }
+      }
     }
     const AiEnding refusal = s.shuttingDown ? AiEnding::kShutdown
-                             : replaced == s.queue.end() &&
+                             : place == kNone &&
                                      s.queue.size() >= s.options.queueLimit
                                  ? AiEnding::kQueueFull
                                  : AiEnding::kAnswered;
@@ -474,16 +486,10 @@ AiRequestId AiService::submit(AiSubmission submission) {
       return id;
     }
     s.live.emplace(id, record);
-    if (replaced != s.queue.end()) {
-      std::shared_ptr<Record> old = std::exchange(*replaced, record);
-      old->state = RecordState::kFinished;
-      AiCompletion completion;
-      completion.id = old->id;
-      completion.ending = AiEnding::kSuperseded;
-      completion.response = failedResponse(AiEnding::kSuperseded);
-      completion.trace = std::move(old->trace);
-      s.done.push_back(std::move(completion));
-      s.live.erase(old->id);
+    if (place != kNone) {
+      const std::shared_ptr<Record> old = std::exchange(s.queue[place], record);
+      s.finishLocked(*old, AiEnding::kSuperseded,
+                     failedResponse(AiEnding::kSuperseded));
     } else {
       s.queue.push_back(record);
     }

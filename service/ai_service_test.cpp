@@ -118,6 +118,7 @@ TEST(Service, QueueFullSupersedeCancelAndOrder) {
   const AiRequestId running = service.submit(submission("Ahoj 1", "k"));
   gate.waitStarted(1);
   const AiRequestId superseded = service.submit(submission("Ahoj 2", "k"));
+  const AiRequestId alsoSuperseded = service.submit(submission("Ahoj 5", "k"));
   AiSubmission newer = submission("Ahoj 3", "k");
   newer.supersede = true;
   const AiRequestId replacing = service.submit(std::move(newer));
@@ -137,6 +138,7 @@ TEST(Service, QueueFullSupersedeCancelAndOrder) {
   const Row rows[] = {
       {running, AiEnding::kAnswered, ""},
       {superseded, AiEnding::kSuperseded, kSupersededError},
+      {alsoSuperseded, AiEnding::kSuperseded, kSupersededError},
       {replacing, AiEnding::kAnswered, ""},
       {cancelled, AiEnding::kCancelled, kCancelledError},
       {empty, AiEnding::kAnswered, "AI request message is empty"},

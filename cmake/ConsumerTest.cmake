@@ -32,7 +32,8 @@ function(build_and_run name)
 endfunction()
 
 run_step(${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix "${WORK_DIR}/prefix")
-foreach(file include/tovrin/ai.hpp bin/tovrin-ai bin/tovrin-ai-eval
+foreach(file include/tovrin/ai.hpp include/tovrin/ai/service.hpp
+        bin/tovrin-ai bin/tovrin-ai-eval
         share/tovrin-ai/assets/ai/czech_helper_cs.txt)
   if(NOT EXISTS "${WORK_DIR}/prefix/${file}")
     message(FATAL_ERROR "not installed: ${file}")

@@ -34,11 +34,45 @@ struct Record {
   std::stop_source stop;
   std::atomic<AiEnding> stopReason{AiEnding::kAnswered};  // set before stop
 
+  Record* inboxNext = nullptr;  // written by submit, read after the swap
+
   RecordState state = RecordState::kQueued;
   bool substituting = false;  // the timer thread is completing it
   AiRequestTrace trace;
   std::optional<AiModelCallTrace> openCall;  // a game transport's call
 };
+
+// A completion on its way to poll.
+struct CompletionNode {
+  AiCompletion completion;
+  CompletionNode* next = nullptr;
+};
+
+// Pushes node onto a lock-free stack (any number of threads).
+template <typename Node>
+void pushNode(std::atomic<Node*>& top, Node* node, Node* Node::*next) {
+  node->*next = top.load(std::memory_order_relaxed);
+  while (!top.compare_exchange_weak(node->*next, node,
+                                    std::memory_order_release,
+                                    std::memory_order_relaxed)) {
+  }
+}
+
+// Takes the whole stack, oldest first.
+template <typename Node>
+Node* takeAll(std::atomic<Node*>& top, Node* Node::*next) {
+  Node* node = top.exchange(nullptr, std::memory_order_acquire);
+  Node* ordered = nullptr;
+  while (node != nullptr) {
+    Node* following = node->*next;
+    node->*next = ordered;
+    ordered = node;
+    node = following;
+  }
+  return ordered;
+}
+
+constexpr auto kTimerTick = std::chrono::milliseconds(5);
 
 struct Worker {
   detail::WakeSignal wake;
@@ -101,6 +135,15 @@ struct AiService::State {
                        const std::string& user, std::size_t maxTokens) {
                   return callModel(c, endpoint, model, system, user, maxTokens);
                 }) {}
+  ~State() {
+    for (Record* r = takeAll(inbox, &Record::inboxNext); r != nullptr;) {
+      delete std::exchange(r, r->inboxNext);
+    }
+    for (CompletionNode* n = takeAll(outbox, &CompletionNode::next);
+         n != nullptr;) {
+      delete std::exchange(n, n->next);
+    }
+  }
 
   std::string callModel(const AiRuntimeConfig& config,
                         const std::string& endpoint, const std::string& model,
@@ -112,6 +155,10 @@ struct AiService::State {
                         const std::string& userPrompt, std::size_t maxTokens,
                         const CallContext* context);
 
+  void publish(AiCompletion completion);
+  void wakeWorker();
+  void drainInboxLocked();
+  void admitLocked(std::shared_ptr<Record> record);
   void finishLocked(Record& record, AiEnding ending, AiResponse response);
   void stopLocked(Record& record, AiEnding reason);
   std::shared_ptr<Record> takeReadyLocked();
@@ -125,16 +172,24 @@ struct AiService::State {
   const AiTransport gameTransport;  // empty: the wakeable HTTP exchange
   AiRuntime runtime;
 
-  mutable std::mutex mutex;
-  std::condition_variable workAvailable;
+  // The game's side takes no lock: submissions and completions pass
+  // through two lock-free stacks, and the counts are atomic.
+  std::atomic<Record*> inbox{nullptr};
+  std::atomic<CompletionNode*> outbox{nullptr};
+  std::atomic<AiRequestId> nextId{1};
+  std::atomic<std::size_t> queued{0};      // admitted, not yet started
+  std::atomic<std::size_t> unfinished{0};  // admitted, not yet completed
+  std::atomic<std::uint32_t> workSignal{0};  // bumped for idle workers
+  std::atomic<bool> closed{false};         // shutdown has begun
+  std::atomic<bool> joined{false};         // every thread has ended
+
+  // The workers' and the timer's side.
+  std::mutex mutex;
   std::condition_variable timerWake;
   bool shuttingDown = false;
-  AiRequestId nextId = 1;
   std::deque<std::shared_ptr<Record>> queue;  // not started, in order
   std::unordered_map<AiRequestId, std::shared_ptr<Record>> live;
   std::unordered_set<std::string> busyConversations;
-  std::vector<AiCompletion> done;
-  Clock::time_point timerTarget = Clock::time_point::max();
 
   std::vector<std::unique_ptr<Worker>> workers;
   std::thread timer;
@@ -249,8 +304,66 @@ void AiService::State::finishLocked(Record& record, AiEnding ending,
   completion.response = std::move(response);
   completion.trace = std::move(record.trace);
   completion.trace.total = since(completion.trace.submitted);
-  done.push_back(std::move(completion));
+  publish(std::move(completion));
+  unfinished.fetch_sub(1);
   live.erase(record.id);  // may release record: nothing touches it after
+}
+
+void AiService::State::publish(AiCompletion completion) {
+  pushNode(outbox, new CompletionNode{std::move(completion), nullptr},
+           &CompletionNode::next);
+}
+
+void AiService::State::wakeWorker() {
+  workSignal.fetch_add(1);
+  workSignal.notify_one();
+}
+
+void AiService::State::drainInboxLocked() {
+  Record* record = takeAll(inbox, &Record::inboxNext);
+  while (record != nullptr) {
+    Record* next = record->inboxNext;
+    admitLocked(std::shared_ptr<Record>(record));
+    record = next;
+  }
+}
+
+// Every queued request of a superseding request's conversation ends; the
+// new one takes the place of the oldest.
+void AiService::State::admitLocked(std::shared_ptr<Record> record) {
+  if (shuttingDown) {
+    queued.fetch_sub(1);
+    finishLocked(*record, AiEnding::kShutdown,
+                 failedResponse(AiEnding::kShutdown));
+    return;
+  }
+  live.emplace(record->id, record);
+  const std::string& key = record->submission.conversation;
+  constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+  std::size_t place = kNone;
+  if (record->submission.supersede && !key.empty()) {
+    for (std::size_t i = 0; i < queue.size();) {
+      if (queue[i]->submission.conversation != key) {
+        ++i;
+      } else if (place == kNone) {
+        place = i++;
+      } else {
+        const std::shared_ptr<Record> old = std::move(queue[i]);
+        queue.erase(queue.begin() + static_cast<std::ptrdiff_t>(i));
+        queued.fetch_sub(1);
+        finishLocked(*old, AiEnding::kSuperseded,
+                     failedResponse(AiEnding::kSuperseded));
+      }
+    }
+  }
+  if (place == kNone) {
+    queue.push_back(std::move(record));
+    return;
+  }
+  const std::shared_ptr<Record> old = std::exchange(queue[place], record);
+  queued.fetch_sub(1);
+  finishLocked(*old, AiEnding::kSuperseded,
+               failedResponse(AiEnding::kSuperseded));
 }
 
 void AiService::State::stopLocked(Record& record, AiEnding reason) {
@@ -258,6 +371,7 @@ void AiService::State::stopLocked(Record& record, AiEnding reason) {
     queue.erase(std::find_if(
         queue.begin(), queue.end(),
         [&](const std::shared_ptr<Record>& r) { return r.get() == &record; }));
+    queued.fetch_sub(1);
     finishLocked(record, reason, failedResponse(reason));
     return;
   }
@@ -276,6 +390,7 @@ std::shared_ptr<Record> AiService::State::takeReadyLocked() {
     if (!key.empty() && !busyConversations.insert(key).second) continue;
     std::shared_ptr<Record> record = std::move(*it);
     queue.erase(it);
+    queued.fetch_sub(1);
     record->state = RecordState::kRunning;
     record->trace.queueWait = since(record->trace.submitted);
     return record;
@@ -284,18 +399,22 @@ std::shared_ptr<Record> AiService::State::takeReadyLocked() {
 }
 
 void AiService::State::workerLoop(Worker& worker) {
-  std::unique_lock<std::mutex> lock(mutex);
   for (;;) {
+    // Read before looking for work, so that a submission made after the
+    // look changes it and the wait below returns at once.
+    const std::uint32_t seen = workSignal.load();
     std::shared_ptr<Record> record;
-    workAvailable.wait(lock, [&] {
-      if (shuttingDown) return true;
+    {
+      const std::lock_guard<std::mutex> lock(mutex);
+      drainInboxLocked();
+      if (shuttingDown) return;
       record = takeReadyLocked();
-      return record != nullptr;
-    });
-    if (!record) return;
-    lock.unlock();
-    run(worker, *record);
-    lock.lock();
+    }
+    if (record) {
+      run(worker, *record);
+    } else {
+      workSignal.wait(seen);
+    }
   }
 }
 
@@ -360,13 +479,14 @@ void AiService::State::substitute(std::unique_lock<std::mutex>& lock,
     record->trace = std::move(trace);
     finishLocked(*record, reason, std::move(response));
     // Its conversation may go on while the worker is still held.
-    workAvailable.notify_one();
+    wakeWorker();
   }
 }
 
 void AiService::State::timerLoop() {
   std::unique_lock<std::mutex> lock(mutex);
   while (!shuttingDown) {
+    drainInboxLocked();
     const Clock::time_point now = Clock::now();
     Clock::time_point next = Clock::time_point::max();
     std::vector<std::shared_ptr<Record>> expired;
@@ -390,12 +510,9 @@ void AiService::State::timerLoop() {
       continue;
     }
     if (!expired.empty()) continue;
-    timerTarget = next;
-    if (next == Clock::time_point::max()) {
-      timerWake.wait(lock);
-    } else {
-      timerWake.wait_until(lock, next);
-    }
+    // Submissions do not wake the timer (the game's thread takes no lock),
+    // so it looks at new deadlines every tick.
+    timerWake.wait_until(lock, std::min(next, now + kTimerTick));
   }
 }
 
@@ -437,77 +554,51 @@ AiRequestId AiService::submit(AiSubmission submission) {
   if (limit.count() <= 0) {
     throw std::invalid_argument("AI request deadline must be positive");
   }
-  // Allocated before the lock, so that the lock only guards bookkeeping.
-  auto record = std::make_shared<Record>();
-  record->trace.submitted = Clock::now();
-  // A deadline beyond what the clock can hold is no deadline.
-  record->deadline =
-      Clock::time_point::max() - record->trace.submitted > limit
-          ? record->trace.submitted + limit
-          : Clock::time_point::max();
-  record->submission = std::move(submission);
-  const std::string& key = record->submission.conversation;
-
-  bool wakeTimer = false;
-  AiRequestId id = 0;
-  {
-    const std::lock_guard<std::mutex> lock(s.mutex);
-    id = record->id = s.nextId++;
-    // Every queued request of the conversation is superseded; the new one
-    // takes the place of the oldest.
-    constexpr std::size_t kNone = static_cast<std::size_t>(-1);
-    std::size_t place = kNone;
-    if (record->submission.supersede && !key.empty() && !s.shuttingDown) {
-      for (std::size_t i = 0; i < s.queue.size();) {
-        if (s.queue[i]->submission.conversation != key) {
-          ++i;
-        } else if (place == kNone) {
-          place = i++;
-        } else {
-          const std::shared_ptr<Record> old = std::move(s.queue[i]);
-          s.queue.erase(s.queue.begin() + static_cast<std::ptrdiff_t>(i));
-          s.finishLocked(*old, AiEnding::kSuperseded,
-                         failedResponse(AiEnding::kSuperseded));
-        }
-      }
-    }
-    const AiEnding refusal = s.shuttingDown ? AiEnding::kShutdown
-                             : place == kNone &&
-                                     s.queue.size() >= s.options.queueLimit
-                                 ? AiEnding::kQueueFull
-                                 : AiEnding::kAnswered;
-    if (refusal != AiEnding::kAnswered) {
-      AiCompletion completion;
-      completion.id = id;
-      completion.ending = refusal;
-      completion.response = failedResponse(refusal);
-      completion.trace = std::move(record->trace);
-      s.done.push_back(std::move(completion));
-      return id;
-    }
-    s.live.emplace(id, record);
-    if (place != kNone) {
-      const std::shared_ptr<Record> old = std::exchange(s.queue[place], record);
-      s.finishLocked(*old, AiEnding::kSuperseded,
-                     failedResponse(AiEnding::kSuperseded));
-    } else {
-      s.queue.push_back(record);
-    }
-    if (record->deadline < s.timerTarget) {
-      s.timerTarget = record->deadline;
-      wakeTimer = true;
-    }
+  const AiRequestId id = s.nextId.fetch_add(1);
+  const Clock::time_point now = Clock::now();
+  AiEnding refusal = AiEnding::kAnswered;
+  if (s.closed.load()) {
+    refusal = AiEnding::kShutdown;
+  } else if (s.queued.fetch_add(1) >= s.options.queueLimit) {
+    s.queued.fetch_sub(1);
+    refusal = AiEnding::kQueueFull;
   }
-  s.workAvailable.notify_one();
-  if (wakeTimer) s.timerWake.notify_one();
+  if (refusal != AiEnding::kAnswered) {
+    AiCompletion completion;
+    completion.id = id;
+    completion.ending = refusal;
+    completion.response = failedResponse(refusal);
+    completion.trace.submitted = now;
+    s.publish(std::move(completion));
+    return id;
+  }
+  auto* record = new Record;
+  record->id = id;
+  record->trace.submitted = now;
+  // A deadline beyond what the clock can hold is no deadline.
+  record->deadline = Clock::time_point::max() - now > limit
+                         ? now + limit
+                         : Clock::time_point::max();
+  record->submission = std::move(submission);
+  s.unfinished.fetch_add(1);
+  pushNode(s.inbox, record, &Record::inboxNext);
+  s.wakeWorker();
   return id;
 }
 
 std::size_t AiService::poll(std::vector<AiCompletion>& out) {
   out.clear();
   State& s = *state_;
-  const std::lock_guard<std::mutex> lock(s.mutex);
-  s.done.swap(out);
+  if (s.joined.load() && s.inbox.load() != nullptr) {
+    // Submitted while the service shut down: no thread is left to drain.
+    const std::lock_guard<std::mutex> lock(s.mutex);
+    s.drainInboxLocked();
+  }
+  for (CompletionNode* node = takeAll(s.outbox, &CompletionNode::next);
+       node != nullptr;) {
+    out.push_back(std::move(node->completion));
+    delete std::exchange(node, node->next);
+  }
   return out.size();
 }
 
@@ -520,6 +611,7 @@ std::vector<AiCompletion> AiService::poll() {
 bool AiService::cancel(AiRequestId id) {
   State& s = *state_;
   const std::lock_guard<std::mutex> lock(s.mutex);
+  s.drainInboxLocked();
   const auto it = s.live.find(id);
   if (it == s.live.end() || it->second->stop.stop_requested()) return false;
   const std::shared_ptr<Record> record = it->second;
@@ -527,28 +619,31 @@ bool AiService::cancel(AiRequestId id) {
   return true;
 }
 
-std::size_t AiService::pending() const {
-  const std::lock_guard<std::mutex> lock(state_->mutex);
-  return state_->live.size();
-}
+std::size_t AiService::pending() const { return state_->unfinished.load(); }
 
 void AiService::shutdown() {
   State& s = *state_;
   {
     const std::lock_guard<std::mutex> lock(s.mutex);
     if (!s.shuttingDown) {
+      s.closed = true;
+      s.drainInboxLocked();
       s.shuttingDown = true;
       std::vector<std::shared_ptr<Record>> all;
       for (const auto& entry : s.live) all.push_back(entry.second);
       for (const auto& record : all) s.stopLocked(*record, AiEnding::kShutdown);
     }
   }
-  s.workAvailable.notify_all();
+  s.workSignal.fetch_add(1);
+  s.workSignal.notify_all();
   s.timerWake.notify_all();
   for (const auto& worker : s.workers) {
     if (worker->thread.joinable()) worker->thread.join();
   }
   if (s.timer.joinable()) s.timer.join();
+  s.joined = true;
+  const std::lock_guard<std::mutex> lock(s.mutex);
+  s.drainInboxLocked();
 }
 
 const AiRuntime& AiService::runtime() const { return state_->runtime; }

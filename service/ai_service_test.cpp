@@ -135,6 +135,7 @@ TEST(Service, QueueFullSupersedeCancelAndOrder) {
   AiSubmission newer = submission("Ahoj 3", "k");
   newer.supersede = true;
   const AiRequestId replacing = service.submit(std::move(newer));
+  auto done = collect(service, 2);  // superseded within a tick
   const AiRequestId cancelled = service.submit(submission("Ahoj 4"));
   const AiRequestId empty = service.submit(submission(""));
   const AiRequestId full = service.submit(submission("Ahoj 6"));
@@ -157,7 +158,7 @@ TEST(Service, QueueFullSupersedeCancelAndOrder) {
       {empty, AiEnding::kAnswered, "AI request message is empty"},
       {full, AiEnding::kQueueFull, kQueueFullError},
   };
-  auto done = collect(service, std::size(rows));
+  done.merge(collect(service, std::size(rows) - 2));
   for (const Row& row : rows) {
     ASSERT_EQ(done.count(row.id), 1u) << row.id;
     EXPECT_EQ(done[row.id].ending, row.ending) << row.id;

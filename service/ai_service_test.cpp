@@ -19,6 +19,10 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
+// An interruption takes a few milliseconds; the bound leaves room for a
+// loaded machine, a missed one waits for the 5 s time-out or forever.
+constexpr auto kPromptly = 250ms;
+
 AiRuntimeConfig configFor(std::string endpoint) {
   AiRuntimeConfig config;
   config.endpoint = std::move(endpoint);
@@ -253,11 +257,11 @@ TEST(Service, StopsInterruptTheModelCall) {
     if (row.ending == AiEnding::kCancelled) service.cancel(id);
     if (row.ending == AiEnding::kShutdown) {
       service.shutdown();
-      EXPECT_LT(Clock::now() - stop, 100ms) << row.name;
+      EXPECT_LT(Clock::now() - stop, kPromptly) << row.name;
     }
     AiCompletion done = collect(service, 1)[id];
     if (row.ending != AiEnding::kDeadline) {
-      EXPECT_LT(Clock::now() - stop, 100ms) << row.name;
+      EXPECT_LT(Clock::now() - stop, kPromptly) << row.name;
     }
     EXPECT_EQ(done.ending, row.ending) << row.name;
     EXPECT_EQ(done.response.ok, row.ok) << row.name;
@@ -280,16 +284,16 @@ TEST(Service, GameTransportSeesItsStopAndIsNotWaitedFor) {
                         std::this_thread::sleep_for(1ms);
                       }
                       sawStop = true;
-                      std::this_thread::sleep_for(200ms);  // returns late
+                      std::this_thread::sleep_for(2 * kPromptly);  // late
                       return std::string("Dobrý den.");
                     });
   const Clock::time_point start = Clock::now();
   const AiRequestId id = service.submit(submission("Kolik je 6*7?"));
   AiCompletion done = collect(service, 1)[id];
-  EXPECT_LT(Clock::now() - start, 150ms);
+  EXPECT_LT(Clock::now() - start, 50ms + kPromptly);
   EXPECT_EQ(done.ending, AiEnding::kDeadline);
   EXPECT_EQ(done.response.answer, "42");  // the template, not the late answer
-  std::this_thread::sleep_for(250ms);
+  service.shutdown();  // waits for the late return, which is dropped
   EXPECT_TRUE(sawStop);
   EXPECT_TRUE(service.poll().empty());
   EXPECT_FALSE(currentStopToken().stop_possible());

@@ -97,7 +97,7 @@ TEST(WakeableWait, RaisingEndsTheExchangeAtOnce) {
   EXPECT_THROW(detail::wakeableChatCompletion(config(5000), server.endpoint(),
                                               "m", "s", "u", 80, wake),
                detail::ExchangeInterrupted);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, 150ms);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 300ms);  // not 5 s
   raiser.join();
   // The first exchange never sent its request; the second did.
   const std::vector<std::string> requests = server.requests();

@@ -25,6 +25,10 @@
 //   }
 //
 // Guarantees:
+//   * submit, poll and pending take no lock: requests and completions pass
+//     through lock-free lists, so the game's thread never waits for a worker
+//     (only a worker that sleeps is woken). cancel takes the service's lock
+//     for bookkeeping only; no lock is ever held while ask runs.
 //   * Exactly one completion for every submitted request: answered by the
 //     runtime, rejected by a full queue, superseded, cancelled, timed out,
 //     or ended by the service's shutdown. Its ending says which.
@@ -152,9 +156,12 @@ class AiService {
   AiService(const AiService&) = delete;
   AiService& operator=(const AiService&) = delete;
 
-  // Queues the request and returns its id at once. A full queue, or a
-  // service already shut down, completes it at once instead. Throws
-  // std::invalid_argument for a deadline that is not positive.
+  // Queues the request and returns its id at once. A full queue (queueLimit
+  // requests admitted and not started), or a service already shut down,
+  // completes it at once instead. A superseding request counts against the
+  // limit until the requests it replaces are gone, within a few
+  // milliseconds. Throws std::invalid_argument for a deadline that is not
+  // positive.
   AiRequestId submit(AiSubmission submission);
 
   // Moves every completion finished since the last poll into out (cleared

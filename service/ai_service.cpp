@@ -487,6 +487,13 @@ void AiService::State::timerLoop() {
   std::unique_lock<std::mutex> lock(mutex);
   while (!shuttingDown) {
     drainInboxLocked();
+    // The game's thread never wakes a worker itself: that system call could
+    // hand its core to the worker. Sleeping workers are woken here, a tick
+    // late at most; busy ones look for work whenever they finish.
+    if (!queue.empty()) {
+      workSignal.fetch_add(1);
+      workSignal.notify_all();
+    }
     const Clock::time_point now = Clock::now();
     Clock::time_point next = Clock::time_point::max();
     std::vector<std::shared_ptr<Record>> expired;
@@ -582,7 +589,6 @@ AiRequestId AiService::submit(AiSubmission submission) {
   record->submission = std::move(submission);
   s.unfinished.fetch_add(1);
   pushNode(s.inbox, record, &Record::inboxNext);
-  s.wakeWorker();
   return id;
 }
 

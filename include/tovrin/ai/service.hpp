@@ -25,10 +25,11 @@
 //   }
 //
 // Guarantees:
-//   * submit, poll and pending take no lock: requests and completions pass
-//     through lock-free lists, so the game's thread never waits for a worker
-//     (only a worker that sleeps is woken). cancel takes the service's lock
-//     for bookkeeping only; no lock is ever held while ask runs.
+//   * submit, poll and pending take no lock and make no system call beyond
+//     the allocator's: requests and completions pass through lock-free
+//     lists, so the game's thread never waits for a worker. When every
+//     worker sleeps, a new request starts within 5 ms. cancel takes the
+//     service's lock for bookkeeping only; no lock is held while ask runs.
 //   * Exactly one completion for every submitted request: answered by the
 //     runtime, rejected by a full queue, superseded, cancelled, timed out,
 //     or ended by the service's shutdown. Its ending says which.

@@ -179,12 +179,12 @@ struct AiService::State {
   std::atomic<AiRequestId> nextId{1};
   std::atomic<std::size_t> queued{0};      // admitted, not yet started
   std::atomic<std::size_t> unfinished{0};  // admitted, not yet completed
-  std::atomic<std::uint32_t> workSignal{0};  // bumped for idle workers
   std::atomic<bool> closed{false};         // shutdown has begun
   std::atomic<bool> joined{false};         // every thread has ended
 
   // The workers' and the timer's side.
   std::mutex mutex;
+  std::condition_variable workReady;  // notified with mutex held
   std::condition_variable timerWake;
   bool shuttingDown = false;
   std::deque<std::shared_ptr<Record>> queue;  // not started, in order
@@ -314,10 +314,7 @@ void AiService::State::publish(AiCompletion completion) {
            &CompletionNode::next);
 }
 
-void AiService::State::wakeWorker() {
-  workSignal.fetch_add(1);
-  workSignal.notify_one();
-}
+void AiService::State::wakeWorker() { workReady.notify_one(); }
 
 void AiService::State::drainInboxLocked() {
   Record* record = takeAll(inbox, &Record::inboxNext);
@@ -399,22 +396,18 @@ std::shared_ptr<Record> AiService::State::takeReadyLocked() {
 }
 
 void AiService::State::workerLoop(Worker& worker) {
+  std::unique_lock<std::mutex> lock(mutex);
   for (;;) {
-    // Read before looking for work, so that a submission made after the
-    // look changes it and the wait below returns at once.
-    const std::uint32_t seen = workSignal.load();
-    std::shared_ptr<Record> record;
-    {
-      const std::lock_guard<std::mutex> lock(mutex);
-      drainInboxLocked();
-      if (shuttingDown) return;
-      record = takeReadyLocked();
+    drainInboxLocked();
+    if (shuttingDown) return;
+    const std::shared_ptr<Record> record = takeReadyLocked();
+    if (!record) {
+      workReady.wait(lock);
+      continue;
     }
-    if (record) {
-      run(worker, *record);
-    } else {
-      workSignal.wait(seen);
-    }
+    lock.unlock();
+    run(worker, *record);
+    lock.lock();
   }
 }
 
@@ -490,10 +483,12 @@ void AiService::State::timerLoop() {
     // The game's thread never wakes a worker itself: that system call could
     // hand its core to the worker. Sleeping workers are woken here, a tick
     // late at most; busy ones look for work whenever they finish.
-    if (!queue.empty()) {
-      workSignal.fetch_add(1);
-      workSignal.notify_all();
-    }
+    const bool ready = std::any_of(
+        queue.begin(), queue.end(), [this](const std::shared_ptr<Record>& r) {
+          return r->submission.conversation.empty() ||
+                 busyConversations.count(r->submission.conversation) == 0;
+        });
+    if (ready) workReady.notify_all();
     const Clock::time_point now = Clock::now();
     Clock::time_point next = Clock::time_point::max();
     std::vector<std::shared_ptr<Record>> expired;
@@ -640,8 +635,7 @@ void AiService::shutdown() {
       for (const auto& record : all) s.stopLocked(*record, AiEnding::kShutdown);
     }
   }
-  s.workSignal.fetch_add(1);
-  s.workSignal.notify_all();
+  s.workReady.notify_all();
   s.timerWake.notify_all();
   for (const auto& worker : s.workers) {
     if (worker->thread.joinable()) worker->thread.join();

@@ -63,8 +63,9 @@ std::size_t acceptedBodyStart(std::string_view text) {
   return headEnd + kHeadEnd.size();
 }
 
-// The wakeable twins of sendAll and receiveAll: the socket is non-blocking,
-// so a call that finds it not ready waits for it, or for the wake signal.
+// The wakeable twins of sendAll and receiveAll: the same blocking calls,
+// each after a wait for the socket or the wake signal. A socket that is
+// ready makes the call return at once, as the plain exchange's would.
 void waitOrThrow(const detail::Socket& socket, bool forWrite,
                  std::uint32_t timeoutMs, const detail::WakeSignal& wake,
                  const char* failure) {
@@ -85,15 +86,11 @@ void sendAllWakeable(const detail::Socket& socket, const std::string& request,
                      const detail::WakeSignal& wake) {
   std::size_t sent = 0;
   while (sent < request.size()) {
+    waitOrThrow(socket, true, timeoutMs, wake, kSendFailed);
     const std::ptrdiff_t n =
         detail::sendSome(socket, request.data() + sent, request.size() - sent);
-    if (n > 0) {
-      sent += static_cast<std::size_t>(n);
-    } else if (n < 0 && detail::lastCallWouldBlock()) {
-      waitOrThrow(socket, true, timeoutMs, wake, kSendFailed);
-    } else {
-      throw std::runtime_error(kSendFailed);
-    }
+    if (n < 1) throw std::runtime_error(kSendFailed);
+    sent += static_cast<std::size_t>(n);
   }
 }
 
@@ -103,16 +100,12 @@ std::string receiveAllWakeable(const detail::Socket& socket,
   std::array<char, kReceiveBufferSize> buffer{};
   std::string response;
   for (;;) {
+    waitOrThrow(socket, false, timeoutMs, wake, kReceiveFailed);
     const std::ptrdiff_t n =
         detail::receiveSome(socket, buffer.data(), buffer.size());
     if (n == 0) return response;
-    if (n > 0) {
-      response.append(buffer.data(), static_cast<std::size_t>(n));
-    } else if (detail::lastCallWouldBlock()) {
-      waitOrThrow(socket, false, timeoutMs, wake, kReceiveFailed);
-    } else {
-      throw std::runtime_error(kReceiveFailed);
-    }
+    if (n < 0) throw std::runtime_error(kReceiveFailed);
+    response.append(buffer.data(), static_cast<std::size_t>(n));
   }
 }
 
@@ -190,11 +183,6 @@ std::string wakeableChatCompletion(const AiRuntimeConfig& config,
       throw std::runtime_error(kCannotConnect);
     case ConnectResult::kInterrupted:
       throw ExchangeInterrupted();
-  }
-  // A signal raised while connecting to a fast server still stops the
-  // request before it reaches the model.
-  if (waitReady(socket, true, 0, wake) == WaitResult::kWoken) {
-    throw ExchangeInterrupted();
   }
   sendAllWakeable(socket, request, timeoutMs, wake);
   std::string response = receiveAllWakeable(socket, timeoutMs, wake);

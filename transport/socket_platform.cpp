@@ -93,9 +93,9 @@ NativeSocket acceptRaw(PlatformSocket listener) {
 // default is what a test server wants there.
 void allowQuickRebind(const Socket&) {}
 
-bool setNonBlocking(PlatformSocket s) {
-  u_long on = 1;
-  return ::ioctlsocket(s, FIONBIO, &on) == 0;
+bool setBlocking(PlatformSocket s, bool blocking) {
+  u_long nonBlocking = blocking ? 0 : 1;
+  return ::ioctlsocket(s, FIONBIO, &nonBlocking) == 0;
 }
 
 bool wouldBlockNow() {
@@ -141,7 +141,7 @@ bool openWakePair(NativeSocket& readEnd, NativeSocket& writeEnd) {
   if (::bind(s, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
       ::getsockname(s, reinterpret_cast<sockaddr*>(&address), &length) != 0 ||
       ::connect(s, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
-      !setNonBlocking(s)) {
+      !setBlocking(s, false)) {
     closeNative(handle);
     return false;
   }
@@ -254,9 +254,11 @@ void allowQuickRebind(const Socket& socket) {
                sizeof on);
 }
 
-bool setNonBlocking(PlatformSocket fd) {
+bool setBlocking(PlatformSocket fd, bool blocking) {
   const int flags = ::fcntl(fd, F_GETFL, 0);
-  return flags >= 0 && ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
+  return flags >= 0 &&
+         ::fcntl(fd, F_SETFL,
+                 blocking ? flags & ~O_NONBLOCK : flags | O_NONBLOCK) == 0;
 }
 
 bool wouldBlockNow() {
@@ -292,7 +294,7 @@ bool openWakePair(NativeSocket& readEnd, NativeSocket& writeEnd) {
   for (const int fd : ends) {
     // Not inherited by a child process, never blocking the raiser.
     ::fcntl(fd, F_SETFD, FD_CLOEXEC);
-    setNonBlocking(fd);
+    setBlocking(fd, false);
   }
   readEnd = static_cast<NativeSocket>(ends[0]);
   writeEnd = static_cast<NativeSocket>(ends[1]);
@@ -496,8 +498,9 @@ ConnectResult connectTcpWakeable(const std::string& host,
     Socket candidate(
         openStreamSocket(a->ai_family, a->ai_socktype, a->ai_protocol));
     if (!candidate.isOpen()) continue;
+    setTimeouts(candidate, timeoutMs);
     const PlatformSocket s = toPlatform(candidate.native());
-    if (!setNonBlocking(s)) continue;
+    if (!setBlocking(s, false)) continue;
     if (::connect(s, a->ai_addr, static_cast<AddressLength>(a->ai_addrlen)) !=
         0) {
       if (!wouldBlockNow()) continue;
@@ -505,12 +508,13 @@ ConnectResult connectTcpWakeable(const std::string& host,
       if (waited == WaitResult::kWoken) return ConnectResult::kInterrupted;
       if (waited != WaitResult::kReady || pendingError(s) != 0) continue;
     }
+    // Blocking again, so that every send and receive is the same call as in
+    // connectTcp's exchange; only the wait in front of it differs.
+    if (!setBlocking(s, true)) continue;
     connected = std::move(candidate);
     return ConnectResult::kConnected;
   }
   return ConnectResult::kNotAccepted;
 }
-
-bool lastCallWouldBlock() { return wouldBlockNow(); }
 
 }  // namespace tovrin::ai::detail

@@ -143,19 +143,14 @@ enum class WaitResult {
 WaitResult waitReady(const Socket& socket, bool forWrite,
                      std::uint32_t timeoutMs, const WakeSignal& wake);
 
-// connectTcp for a wakeable exchange: the same resolver order and failures,
-// but each candidate connects without blocking and waits with waitReady, at
-// most timeoutMs. The connected socket is left non-blocking, so sendSome and
-// receiveSome return at once; lastCallWouldBlock() tells a full or empty
-// buffer from a failure. kInterrupted when woken.
+// connectTcp for a wakeable exchange: the same resolver order, time-outs
+// and failures, but each candidate connects without blocking and waits with
+// waitReady, at most timeoutMs. The connected socket blocks again, with the
+// time-outs set, exactly as connectTcp leaves it. kInterrupted when woken.
 ConnectResult connectTcpWakeable(const std::string& host,
                                  const std::string& port,
                                  std::uint32_t timeoutMs,
                                  const WakeSignal& wake, Socket& connected);
-
-// True when the last failed socket call on this thread only found a
-// non-blocking socket not ready.
-bool lastCallWouldBlock();
 
 }  // namespace tovrin::ai::detail
 

@@ -23,8 +23,9 @@ class ExchangeInterrupted : public std::runtime_error {
 // httpChatCompletion whose connect, send and receive waits also end, within
 // one poll, when wake is raised; then the connection is closed on this
 // thread and ExchangeInterrupted is thrown. A raised signal interrupts
-// before the first byte is sent. Each wait is bounded by
-// max(config.timeoutMs, 1) ms as in httpChatCompletion.
+// before the first byte is sent. Each send and receive is the plain
+// exchange's blocking call, made once a wait of at most
+// max(config.timeoutMs, 1) ms finds the socket ready.
 std::string wakeableChatCompletion(const AiRuntimeConfig& config,
                                    const std::string& endpoint,
                                    const std::string& model,

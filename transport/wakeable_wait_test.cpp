@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "testing/loopback_server.hpp"
+#include "testing/process_runner.hpp"
 #include "tovrin/ai/transport.hpp"
 #include "transport/socket_platform.hpp"
 #include "transport/wakeable_exchange.hpp"
@@ -55,6 +56,9 @@ TEST(WakeableWait, UnraisedBehavesAsTheDefaultExchange) {
   };
   const detail::WakeSignal wake;
   for (const Row& row : rows) {
+    // Wine turns the server's abortive close into an orderly one, sooner or
+    // later, so the two exchanges may see either.
+    if (row.step.resetAtEnd && test::runningUnderWine()) continue;
     const LoopbackServer server({row.step}, 0, test::Serving::kConcurrently);
     const AiRuntimeConfig c = config(row.timeoutMs);
     const std::string plain = outcome([&] {

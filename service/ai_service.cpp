@@ -25,7 +25,7 @@ using Clock = std::chrono::steady_clock;
 
 enum class RecordState { kQueued, kRunning, kFinished };
 
-// One submitted request: leveldb's Writer, a small record per waiting
+// One submitted request, with its own state: a small record per waiting
 // caller. Fields below `state` are guarded by State::mutex.
 struct Record {
   AiRequestId id = 0;

@@ -139,10 +139,8 @@ struct AiService::State {
     for (Record* r = takeAll(inbox, &Record::inboxNext); r != nullptr;) {
       delete std::exchange(r, r->inboxNext);
     }
-    for (CompletionNode* n = takeAll(outbox, &CompletionNode::next);
-         n != nullptr;) {
-      delete std::exchange(n, n->next);
-    }
+    freeNodes(outbox);
+    freeNodes(graveyard);
   }
 
   std::string callModel(const AiRuntimeConfig& config,
@@ -155,6 +153,12 @@ struct AiService::State {
                         const std::string& userPrompt, std::size_t maxTokens,
                         const CallContext* context);
 
+  static void freeNodes(std::atomic<CompletionNode*>& stack) {
+    for (CompletionNode* n = takeAll(stack, &CompletionNode::next);
+         n != nullptr;) {
+      delete std::exchange(n, n->next);
+    }
+  }
   void publish(AiCompletion completion);
   void wakeWorker();
   void drainInboxLocked();
@@ -176,6 +180,7 @@ struct AiService::State {
   // through two lock-free stacks, and the counts are atomic.
   std::atomic<Record*> inbox{nullptr};
   std::atomic<CompletionNode*> outbox{nullptr};
+  std::atomic<CompletionNode*> graveyard{nullptr};  // freed by the timer
   std::atomic<AiRequestId> nextId{1};
   std::atomic<std::size_t> queued{0};      // admitted, not yet started
   std::atomic<std::size_t> unfinished{0};  // admitted, not yet completed
@@ -479,6 +484,7 @@ void AiService::State::substitute(std::unique_lock<std::mutex>& lock,
 void AiService::State::timerLoop() {
   std::unique_lock<std::mutex> lock(mutex);
   while (!shuttingDown) {
+    freeNodes(graveyard);
     drainInboxLocked();
     // The game's thread never wakes a worker itself: that system call could
     // hand its core to the worker. Sleeping workers are woken here, a tick
@@ -588,19 +594,29 @@ AiRequestId AiService::submit(AiSubmission submission) {
 }
 
 std::size_t AiService::poll(std::vector<AiCompletion>& out) {
-  out.clear();
   State& s = *state_;
   if (s.joined.load() && s.inbox.load() != nullptr) {
     // Submitted while the service shut down: no thread is left to drain.
     const std::lock_guard<std::mutex> lock(s.mutex);
     s.drainInboxLocked();
   }
+  // The memory of a completion comes from a worker; freeing it here would
+  // contend with that worker in the allocator. So each node goes back to
+  // the timer thread, carrying the completion it replaces in out.
+  std::size_t count = 0;
   for (CompletionNode* node = takeAll(s.outbox, &CompletionNode::next);
-       node != nullptr;) {
-    out.push_back(std::move(node->completion));
-    delete std::exchange(node, node->next);
+       node != nullptr; ++count) {
+    CompletionNode* next = node->next;
+    if (count < out.size()) {
+      std::swap(out[count], node->completion);
+    } else {
+      out.push_back(std::move(node->completion));
+    }
+    pushNode(s.graveyard, node, &CompletionNode::next);
+    node = next;
   }
-  return out.size();
+  out.resize(count);
+  return count;
 }
 
 std::vector<AiCompletion> AiService::poll() {

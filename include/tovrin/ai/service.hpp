@@ -165,9 +165,11 @@ class AiService {
   // positive.
   AiRequestId submit(AiSubmission submission);
 
-  // Moves every completion finished since the last poll into out (cleared
-  // first; its capacity is reused) and returns how many. Never waits for a
-  // request.
+  // Moves every completion finished since the last poll into out, in the
+  // order they finished, and returns how many. What out held before is
+  // replaced; its capacity is reused, and the completions it held are
+  // mostly freed on a service thread rather than the caller's. Never waits
+  // for a request.
   std::size_t poll(std::vector<AiCompletion>& out);
   std::vector<AiCompletion> poll();
 

@@ -31,10 +31,10 @@ struct Record {
   AiRequestId id = 0;
   AiSubmission submission;
   Clock::time_point deadline;
-  std::stop_source stop;
+  std::stop_source stop{std::nostopstate};  // made when the request starts
   std::atomic<AiEnding> stopReason{AiEnding::kAnswered};  // set before stop
 
-  Record* inboxNext = nullptr;  // written by submit, read after the swap
+  Record* inboxNext = nullptr;  // inbox or spares; one list at a time
 
   RecordState state = RecordState::kQueued;
   bool substituting = false;  // the timer thread is completing it
@@ -136,7 +136,12 @@ struct AiService::State {
                   return callModel(c, endpoint, model, system, user, maxTokens);
                 }) {}
   ~State() {
-    for (Record* r = takeAll(inbox, &Record::inboxNext); r != nullptr;) {
+    for (std::atomic<Record*>* list : {&inbox, &spares}) {
+      for (Record* r = takeAll(*list, &Record::inboxNext); r != nullptr;) {
+        delete std::exchange(r, r->inboxNext);
+      }
+    }
+    for (Record* r = spareCache; r != nullptr;) {
       delete std::exchange(r, r->inboxNext);
     }
     freeNodes(outbox);
@@ -159,6 +164,8 @@ struct AiService::State {
       delete std::exchange(n, n->next);
     }
   }
+  Record* takeSpare();
+  void recycle(Record* record);
   void publish(AiCompletion completion);
   void wakeWorker();
   void drainInboxLocked();
@@ -181,6 +188,12 @@ struct AiService::State {
   std::atomic<Record*> inbox{nullptr};
   std::atomic<CompletionNode*> outbox{nullptr};
   std::atomic<CompletionNode*> graveyard{nullptr};  // freed by the timer
+  // Finished records, reused by submit: the game's thread then allocates
+  // nothing, and the request texts it moved in are freed where they were
+  // allocated, when the next request is moved over them.
+  std::atomic<Record*> spares{nullptr};
+  std::atomic<bool> takingSpares{false};
+  Record* spareCache = nullptr;  // only with takingSpares held
   std::atomic<AiRequestId> nextId{1};
   std::atomic<std::size_t> queued{0};      // admitted, not yet started
   std::atomic<std::size_t> unfinished{0};  // admitted, not yet completed
@@ -314,6 +327,27 @@ void AiService::State::finishLocked(Record& record, AiEnding ending,
   live.erase(record.id);  // may release record: nothing touches it after
 }
 
+Record* AiService::State::takeSpare() {
+  // One taker at a time; a submit that finds another taking allocates.
+  if (takingSpares.exchange(true, std::memory_order_acquire)) return nullptr;
+  if (spareCache == nullptr) {
+    spareCache = spares.exchange(nullptr, std::memory_order_acquire);
+  }
+  Record* record = spareCache;
+  if (record != nullptr) spareCache = record->inboxNext;
+  takingSpares.store(false, std::memory_order_release);
+  return record;
+}
+
+// Runs where the last reference went, usually a worker: releases what the
+// workers made and keeps the request texts for submit to replace.
+void AiService::State::recycle(Record* record) {
+  record->stop = std::stop_source(std::nostopstate);
+  record->trace = AiRequestTrace{};
+  record->openCall.reset();
+  pushNode(spares, record, &Record::inboxNext);
+}
+
 void AiService::State::publish(AiCompletion completion) {
   pushNode(outbox, new CompletionNode{std::move(completion), nullptr},
            &CompletionNode::next);
@@ -325,7 +359,8 @@ void AiService::State::drainInboxLocked() {
   Record* record = takeAll(inbox, &Record::inboxNext);
   while (record != nullptr) {
     Record* next = record->inboxNext;
-    admitLocked(std::shared_ptr<Record>(record));
+    admitLocked(std::shared_ptr<Record>(record,
+                                        [this](Record* r) { recycle(r); }));
     record = next;
   }
 }
@@ -394,6 +429,7 @@ std::shared_ptr<Record> AiService::State::takeReadyLocked() {
     queue.erase(it);
     queued.fetch_sub(1);
     record->state = RecordState::kRunning;
+    record->stop = std::stop_source();
     record->trace.queueWait = since(record->trace.submitted);
     return record;
   }
@@ -580,8 +616,12 @@ AiRequestId AiService::submit(AiSubmission submission) {
     s.publish(std::move(completion));
     return id;
   }
-  auto* record = new Record;
+  Record* record = s.takeSpare();
+  if (record == nullptr) record = new Record;
   record->id = id;
+  record->stopReason.store(AiEnding::kAnswered);
+  record->state = RecordState::kQueued;
+  record->substituting = false;
   record->trace.submitted = now;
   // A deadline beyond what the clock can hold is no deadline.
   record->deadline = Clock::time_point::max() - now > limit

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <stdexcept>
 #include <string>
@@ -105,9 +106,8 @@ TEST(WakeableWait, RaisingEndsTheExchangeAtOnce) {
   raiser.join();
   // The first exchange never sent its request; the second did.
   const std::vector<std::string> requests = server.requests();
-  ASSERT_EQ(requests.size(), 2u);
-  EXPECT_EQ(requests[0], "");
-  EXPECT_NE(requests[1], "");
+  ASSERT_EQ(requests.size(), 2u);  // served side by side, in either order
+  EXPECT_EQ(std::count(requests.begin(), requests.end(), ""), 1);
 }
 
 }  // namespace

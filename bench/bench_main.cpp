@@ -38,6 +38,7 @@ int main(int argc, char** argv) {
   registerTransportBenchmarks();
   registerAskBenchmarks();
   registerLoopbackBenchmarks();
+  registerServiceBenchmarks();
 
   RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);

@@ -33,7 +33,8 @@ function(build_and_run name)
 endfunction()
 
 run_step(${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix "${WORK_DIR}/prefix")
-set(installed include/tovrin/ai.hpp share/tovrin-ai/assets/ai/czech_helper_cs.txt)
+set(installed include/tovrin/ai.hpp include/tovrin/ai/service.hpp
+    share/tovrin-ai/assets/ai/czech_helper_cs.txt)
 string(REPLACE "," ";" PROGRAMS "${PROGRAMS}")
 foreach(program IN LISTS PROGRAMS)
   list(APPEND installed "bin/${program}${EXE_SUFFIX}")

@@ -1,14 +1,13 @@
 #include "request_runner.hpp"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <exception>
-#include <mutex>
-#include <optional>
+#include <stdexcept>
 #include <string>
 #include <thread>
+#include <unordered_map>
+
+#include "tovrin/ai/service.hpp"
 
 namespace tovrin::ai::eval {
 
@@ -17,71 +16,40 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr auto kProgressTick = std::chrono::milliseconds(250);
-
-// What the transport saw during one run. A request runs entirely on the
-// thread that called ask, so a thread-local pointer finds the right log even
-// when many runs share the runtime.
-struct CallLog {
-  std::size_t calls = 0;
-  std::size_t failed = 0;
-  std::vector<std::string> answers;  // raw, in call order
-};
-
-thread_local CallLog* currentLog = nullptr;
-
-// Points currentLog at log while it lives.
-class LogScope {
- public:
-  explicit LogScope(CallLog& log) { currentLog = &log; }
-  ~LogScope() { currentLog = nullptr; }
-  LogScope(const LogScope&) = delete;
-  LogScope& operator=(const LogScope&) = delete;
-};
-
-AiTransport recordingTransport(AiTransport inner) {
-  return [inner = std::move(inner)](
-             const AiRuntimeConfig& config, const std::string& endpoint,
-             const std::string& model, const std::string& systemPrompt,
-             const std::string& userPrompt, std::size_t maxTokens) {
-    CallLog* log = currentLog;
-    if (log != nullptr) ++log->calls;
-    try {
-      std::string answer =
-          inner(config, endpoint, model, systemPrompt, userPrompt, maxTokens);
-      if (log != nullptr) log->answers.push_back(answer);
-      return answer;
-    } catch (...) {
-      if (log != nullptr) ++log->failed;
-      throw;
-    }
-  };
-}
+constexpr auto kPollPause = std::chrono::milliseconds(2);
+// The tool bounds each send and receive, not whole requests.
+constexpr auto kNoDeadline = std::chrono::hours(24 * 365);
 
 double millisecondsSince(Clock::time_point start) {
   return std::chrono::duration<double, std::milli>(Clock::now() - start)
       .count();
 }
 
-EvalResult runOnce(const AiRuntime& runtime, const EvalCase& evalCase,
-                   const AiRequest& enriched) {
-  CallLog log;
+// One run as the service traced it: the calls it made, the ones that failed
+// and the watchdog's verdicts on the first and last answers received.
+EvalResult resultOf(AiCompletion completion) {
   EvalResult result;
-  {
-    const LogScope scope(log);
-    const Clock::time_point start = Clock::now();
-    result.response = runtime.ask(evalCase.request);
-    result.latencyMs = millisecondsSince(start);
+  const AiRequestTrace& trace = completion.trace;
+  result.latencyMs =
+      std::chrono::duration<double, std::milli>(trace.total - trace.queueWait)
+          .count();
+  result.transportCalls = trace.calls.size();
+  const AiModelCallTrace* first = nullptr;
+  const AiModelCallTrace* last = nullptr;
+  for (const AiModelCallTrace& call : trace.calls) {
+    if (!call.answered) {
+      ++result.failedTransportCalls;
+      continue;
+    }
+    if (first == nullptr) first = &call;
+    last = &call;
   }
-  result.transportCalls = log.calls;
-  result.failedTransportCalls = log.failed;
-  result.outcome = classify(result.response, log.failed);
-  // The runtime keeps only the last verdict of its first pass; judging the
-  // kept answers again gives the verdicts it passed over. Same answer, same
-  // enriched request: same verdict.
-  if (!log.answers.empty()) {
-    result.firstReasons = validateAnswer(log.answers.front(), enriched).reasons;
-    result.finalReasons = validateAnswer(log.answers.back(), enriched).reasons;
+  if (first != nullptr) {
+    result.firstReasons = first->verdict.reasons;
+    result.finalReasons = last->verdict.reasons;
   }
+  result.response = std::move(completion.response);
+  result.outcome = classify(result.response, result.failedTransportCalls);
   return result;
 }
 
@@ -115,66 +83,46 @@ std::vector<EvalResult> runCases(AiRuntimeConfig config, AiTransport transport,
                                  const std::vector<EvalCase>& cases,
                                  std::size_t repeat, std::size_t concurrency,
                                  const ProgressCallback& progress) {
-  const AiRuntime runtime(std::move(config),
-                          recordingTransport(std::move(transport)));
-  std::vector<AiRequest> enriched;
-  for (const EvalCase& evalCase : cases) {
-    enriched.push_back(applyToolFacts(evalCase.request));
-  }
-
   const std::size_t total = cases.size() * repeat;
   std::vector<EvalResult> results(total);
-  std::atomic<std::size_t> next{0};
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::size_t done = 0;
-  std::size_t running = 0;
-  std::exception_ptr failure;
+  if (total == 0) return results;
+  AiServiceOptions options;
+  options.workers = std::clamp<std::size_t>(concurrency, 1, total);
+  options.queueLimit = total;
+  options.deadline = kNoDeadline;
+  AiService service(std::move(config), options, std::move(transport));
 
-  auto work = [&] {
-    for (;;) {
-      const std::size_t job = next.fetch_add(1);
-      if (job >= total) break;
-      const std::size_t caseIndex = job / repeat;
-      try {
-        EvalResult result =
-            runOnce(runtime, cases[caseIndex], enriched[caseIndex]);
-        result.caseIndex = caseIndex;
-        result.run = job % repeat + 1;
-        results[job] = std::move(result);
-      } catch (...) {
-        const std::lock_guard<std::mutex> lock(mutex);
-        if (!failure) failure = std::current_exception();
-        next.store(total);  // no new runs; the running ones end on their own
+  std::unordered_map<AiRequestId, std::size_t> jobOf;
+  for (std::size_t job = 0; job < total; ++job) {
+    AiSubmission submission;
+    submission.request = cases[job / repeat].request;
+    jobOf.emplace(service.submit(std::move(submission)), job);
+  }
+
+  std::vector<AiCompletion> done;
+  std::size_t finished = 0;
+  Clock::time_point lastReport = Clock::now();
+  while (finished < total) {
+    std::this_thread::sleep_for(kPollPause);
+    service.poll(done);
+    for (AiCompletion& completion : done) {
+      if (completion.ending == AiEnding::kFailed) {
+        service.shutdown();  // no new runs
+        throw std::runtime_error(completion.response.error);
       }
-      {
-        const std::lock_guard<std::mutex> lock(mutex);
-        ++done;
-      }
-      changed.notify_one();
+      const std::size_t job = jobOf.at(completion.id);
+      EvalResult result = resultOf(std::move(completion));
+      result.caseIndex = job / repeat;
+      result.run = job % repeat + 1;
+      results[job] = std::move(result);
     }
-    const std::lock_guard<std::mutex> lock(mutex);
-    --running;
-    changed.notify_one();
-  };
-
-  const std::size_t threads =
-      std::clamp<std::size_t>(concurrency, 1, std::max<std::size_t>(total, 1));
-  std::vector<std::thread> workers;
-  running = threads;
-  for (std::size_t i = 0; i < threads; ++i) workers.emplace_back(work);
-  {
-    std::unique_lock<std::mutex> lock(mutex);
-    while (running > 0) {
-      changed.wait_for(lock, kProgressTick);
-      const std::size_t now = done;
-      lock.unlock();
-      if (progress) progress(now, total);
-      lock.lock();
+    finished += done.size();
+    if (progress &&
+        (!done.empty() || Clock::now() - lastReport >= kProgressTick)) {
+      progress(finished, total);
+      lastReport = Clock::now();
     }
   }
-  for (std::thread& worker : workers) worker.join();
-  if (failure) std::rethrow_exception(failure);
   return results;
 }
 

@@ -20,12 +20,13 @@ AiRuntimeConfig runtimeConfig(const EvalOptions& options);
 using ProgressCallback =
     std::function<void(std::size_t done, std::size_t total)>;
 
-// Sends every case repeat times through one runtime built from config, on
-// concurrency threads at once. transport does the model calls (it must allow
-// calls from several threads; httpChatCompletion does); the runtime gets it
-// wrapped so that each run's calls are counted and its answers kept. Results
-// come in case order, runs of one case together, whatever finished first.
-// An exception that escapes the runtime stops the runs and is rethrown.
+// Sends every case repeat times through an AiService built from config, with
+// concurrency workers. transport does the model calls (it must allow calls
+// from several threads; httpChatCompletion does; empty: the service's own
+// HTTP transport). Each run's calls, failures and verdicts come from the
+// service's trace. Results come in case order, runs of one case together,
+// whatever finished first. An exception that escapes the runtime stops the
+// runs and is rethrown as std::runtime_error with its message.
 std::vector<EvalResult> runCases(AiRuntimeConfig config, AiTransport transport,
                                  const std::vector<EvalCase>& cases,
                                  std::size_t repeat, std::size_t concurrency,

@@ -5,6 +5,7 @@
 
 #include "socket_platform.hpp"
 #include "tovrin/ai/transport.hpp"
+#include "wakeable_exchange.hpp"
 
 namespace tovrin::ai {
 
@@ -62,6 +63,52 @@ std::size_t acceptedBodyStart(std::string_view text) {
   return headEnd + kHeadEnd.size();
 }
 
+// The wakeable twins of sendAll and receiveAll: the same blocking calls,
+// each after a wait for the socket or the wake signal. A socket that is
+// ready makes the call return at once, as the plain exchange's would.
+void waitOrThrow(const detail::Socket& socket, bool forWrite,
+                 std::uint32_t timeoutMs, const detail::WakeSignal& wake,
+                 const char* failure) {
+  switch (detail::waitReady(socket, forWrite, timeoutMs, wake)) {
+    case detail::WaitResult::kReady:
+      return;
+    case detail::WaitResult::kWoken:
+      throw detail::ExchangeInterrupted();
+    case detail::WaitResult::kTimedOut:
+    case detail::WaitResult::kFailed:
+      break;
+  }
+  throw std::runtime_error(failure);
+}
+
+void sendAllWakeable(const detail::Socket& socket, const std::string& request,
+                     std::uint32_t timeoutMs,
+                     const detail::WakeSignal& wake) {
+  std::size_t sent = 0;
+  while (sent < request.size()) {
+    waitOrThrow(socket, true, timeoutMs, wake, kSendFailed);
+    const std::ptrdiff_t n =
+        detail::sendSome(socket, request.data() + sent, request.size() - sent);
+    if (n < 1) throw std::runtime_error(kSendFailed);
+    sent += static_cast<std::size_t>(n);
+  }
+}
+
+std::string receiveAllWakeable(const detail::Socket& socket,
+                               std::uint32_t timeoutMs,
+                               const detail::WakeSignal& wake) {
+  std::array<char, kReceiveBufferSize> buffer{};
+  std::string response;
+  for (;;) {
+    waitOrThrow(socket, false, timeoutMs, wake, kReceiveFailed);
+    const std::ptrdiff_t n =
+        detail::receiveSome(socket, buffer.data(), buffer.size());
+    if (n == 0) return response;
+    if (n < 0) throw std::runtime_error(kReceiveFailed);
+    response.append(buffer.data(), static_cast<std::size_t>(n));
+  }
+}
+
 }  // namespace
 
 std::string parseHttpResponse(const std::string& response) {
@@ -94,6 +141,7 @@ std::string httpChatCompletion(const AiRuntimeConfig& config,
     case detail::ConnectResult::kUnresolved:
       throw std::runtime_error(kCannotResolve);
     case detail::ConnectResult::kNotAccepted:
+    case detail::ConnectResult::kInterrupted:
       throw std::runtime_error(kCannotConnect);
   }
 
@@ -105,5 +153,44 @@ std::string httpChatCompletion(const AiRuntimeConfig& config,
   response.erase(0, acceptedBodyStart(response));
   return extractMessageContent(response);
 }
+
+namespace detail {
+
+std::string wakeableChatCompletion(const AiRuntimeConfig& config,
+                                   const std::string& endpoint,
+                                   const std::string& model,
+                                   const std::string& systemPrompt,
+                                   const std::string& userPrompt,
+                                   std::size_t maxTokens,
+                                   const WakeSignal& wake) {
+  const SocketLibrary library;
+  if (!library.started() || !wake.isOpen()) {
+    throw std::runtime_error(kCannotStart);
+  }
+  const AiEndpoint target = parseEndpoint(endpoint);
+  const std::string request = buildHttpRequest(
+      target, buildCompletionBody(model, systemPrompt, userPrompt,
+                                  config.temperature, config.topP, maxTokens));
+  const std::uint32_t timeoutMs = socketTimeoutMs(config.timeoutMs);
+  Socket socket;
+  switch (connectTcpWakeable(target.host, target.port, timeoutMs, wake,
+                             socket)) {
+    case ConnectResult::kConnected:
+      break;
+    case ConnectResult::kUnresolved:
+      throw std::runtime_error(kCannotResolve);
+    case ConnectResult::kNotAccepted:
+      throw std::runtime_error(kCannotConnect);
+    case ConnectResult::kInterrupted:
+      throw ExchangeInterrupted();
+  }
+  sendAllWakeable(socket, request, timeoutMs, wake);
+  std::string response = receiveAllWakeable(socket, timeoutMs, wake);
+  socket.close();
+  response.erase(0, acceptedBodyStart(response));
+  return extractMessageContent(response);
+}
+
+}  // namespace detail
 
 }  // namespace tovrin::ai

@@ -25,6 +25,7 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/types.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -91,6 +92,77 @@ NativeSocket acceptRaw(PlatformSocket listener) {
 // SO_REUSEADDR on Winsock lets another process take the port over; the
 // default is what a test server wants there.
 void allowQuickRebind(const Socket&) {}
+
+bool setBlocking(PlatformSocket s, bool blocking) {
+  u_long nonBlocking = blocking ? 0 : 1;
+  return ::ioctlsocket(s, FIONBIO, &nonBlocking) == 0;
+}
+
+bool wouldBlockNow() {
+  const int error = ::WSAGetLastError();
+  return error == WSAEWOULDBLOCK || error == WSAEINPROGRESS;
+}
+
+int pendingError(PlatformSocket s) {
+  int error = 0;
+  int length = sizeof error;
+  if (::getsockopt(s, SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error),
+                   &length) != 0) {
+    return -1;
+  }
+  return error;
+}
+
+// Both sockets in one WSAPoll; a failed connection shows as POLLERR or
+// POLLHUP, which are reported whether asked for or not.
+int pollPair(PlatformSocket s, bool forWrite, PlatformSocket wake,
+             int timeoutMs, bool& ready, bool& woken) {
+  WSAPOLLFD entries[2]{};
+  entries[0].fd = s;
+  entries[0].events = forWrite ? POLLWRNORM : POLLRDNORM;
+  entries[1].fd = wake;
+  entries[1].events = POLLRDNORM;
+  const int n = ::WSAPoll(entries, 2, timeoutMs);
+  ready = entries[0].revents != 0;
+  woken = entries[1].revents != 0;
+  return n;
+}
+
+// A datagram socket bound to the loopback interface and connected to
+// itself: what it sends, it receives, and WSAPoll can watch it.
+bool openWakePair(NativeSocket& readEnd, NativeSocket& writeEnd) {
+  const NativeSocket handle = openStreamSocket(AF_INET, SOCK_DGRAM, 0);
+  if (handle == kNoSocket) return false;
+  const PlatformSocket s = toPlatform(handle);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  int length = sizeof address;
+  if (::bind(s, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
+      ::getsockname(s, reinterpret_cast<sockaddr*>(&address), &length) != 0 ||
+      ::connect(s, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
+      !setBlocking(s, false)) {
+    closeNative(handle);
+    return false;
+  }
+  readEnd = writeEnd = handle;
+  return true;
+}
+
+void closeWakePair(NativeSocket readEnd, NativeSocket) {
+  closeNative(readEnd);
+}
+
+void writeWakeByte(NativeSocket writeEnd) {
+  const char byte = 1;
+  ::send(toPlatform(writeEnd), &byte, 1, 0);
+}
+
+void drainWake(NativeSocket readEnd) {
+  char buffer[64];
+  while (::recv(toPlatform(readEnd), buffer, sizeof buffer, 0) > 0) {
+  }
+}
 
 #else  // POSIX
 
@@ -180,6 +252,74 @@ void allowQuickRebind(const Socket& socket) {
   const int on = 1;
   ::setsockopt(toPlatform(socket.native()), SOL_SOCKET, SO_REUSEADDR, &on,
                sizeof on);
+}
+
+bool setBlocking(PlatformSocket fd, bool blocking) {
+  const int flags = ::fcntl(fd, F_GETFL, 0);
+  return flags >= 0 &&
+         ::fcntl(fd, F_SETFL,
+                 blocking ? flags & ~O_NONBLOCK : flags | O_NONBLOCK) == 0;
+}
+
+bool wouldBlockNow() {
+  return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINPROGRESS;
+}
+
+int pendingError(PlatformSocket fd) {
+  int error = 0;
+  socklen_t length = sizeof error;
+  if (::getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &length) != 0) return -1;
+  return error;
+}
+
+int pollPair(PlatformSocket fd, bool forWrite, PlatformSocket wake,
+             int timeoutMs, bool& ready, bool& woken) {
+  pollfd entries[2]{};
+  entries[0].fd = fd;
+  entries[0].events = forWrite ? POLLOUT : POLLIN;
+  entries[1].fd = wake;
+  entries[1].events = POLLIN;
+  int n = 0;
+  do {
+    n = ::poll(entries, 2, timeoutMs);
+  } while (n < 0 && errno == EINTR);
+  ready = entries[0].revents != 0;
+  woken = entries[1].revents != 0;
+  return n;
+}
+
+bool openWakePair(NativeSocket& readEnd, NativeSocket& writeEnd) {
+  int ends[2];
+  if (::pipe(ends) != 0) return false;
+  for (const int fd : ends) {
+    // Not inherited by a child process, never blocking the raiser.
+    ::fcntl(fd, F_SETFD, FD_CLOEXEC);
+    setBlocking(fd, false);
+  }
+  readEnd = static_cast<NativeSocket>(ends[0]);
+  writeEnd = static_cast<NativeSocket>(ends[1]);
+  return true;
+}
+
+void closeWakePair(NativeSocket readEnd, NativeSocket writeEnd) {
+  closeNative(readEnd);
+  closeNative(writeEnd);
+}
+
+// A full pipe is already raised, so a failed write changes nothing.
+void writeWakeByte(NativeSocket writeEnd) {
+  const char byte = 1;
+  while (::write(toPlatform(writeEnd), &byte, 1) < 0 && errno == EINTR) {
+  }
+}
+
+void drainWake(NativeSocket readEnd) {
+  char buffer[64];
+  for (;;) {
+    const ssize_t n = ::read(toPlatform(readEnd), buffer, sizeof buffer);
+    if (n > 0 || (n < 0 && errno == EINTR)) continue;
+    return;
+  }
 }
 
 #endif
@@ -306,6 +446,75 @@ void resetOnClose(const Socket& socket) {
   ::setsockopt(toPlatform(socket.native()), SOL_SOCKET, SO_LINGER,
                reinterpret_cast<const char*>(&value),
                static_cast<AddressLength>(sizeof value));
+}
+
+WakeSignal::WakeSignal() {
+  if (!library_.started() || !openWakePair(readEnd_, writeEnd_)) {
+    readEnd_ = writeEnd_ = kNoSocket;
+  }
+}
+
+WakeSignal::~WakeSignal() {
+  if (isOpen()) closeWakePair(readEnd_, writeEnd_);
+}
+
+void WakeSignal::raise() const {
+  if (isOpen()) writeWakeByte(writeEnd_);
+}
+
+void WakeSignal::clear() const {
+  if (isOpen()) drainWake(readEnd_);
+}
+
+WaitResult waitReady(const Socket& socket, bool forWrite,
+                     std::uint32_t timeoutMs, const WakeSignal& wake) {
+  bool ready = false;
+  bool woken = false;
+  const int timeout =
+      static_cast<int>(std::min<std::uint32_t>(timeoutMs, INT_MAX));
+  const int n = pollPair(toPlatform(socket.native()), forWrite,
+                         toPlatform(wake.watched()), timeout, ready, woken);
+  if (n < 0) return WaitResult::kFailed;
+  if (woken) return WaitResult::kWoken;
+  return ready ? WaitResult::kReady : WaitResult::kTimedOut;
+}
+
+ConnectResult connectTcpWakeable(const std::string& host,
+                                 const std::string& port,
+                                 std::uint32_t timeoutMs,
+                                 const WakeSignal& wake, Socket& connected) {
+  if (!wake.isOpen()) return ConnectResult::kNotAccepted;
+  addrinfo hints{};
+  hints.ai_family = AF_UNSPEC;
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* first = nullptr;
+  if (::getaddrinfo(host.c_str(), port.c_str(), &hints, &first) != 0) {
+    return ConnectResult::kUnresolved;
+  }
+  const AddressList candidates(first);
+  if (!candidates) return ConnectResult::kUnresolved;
+
+  for (const addrinfo* a = candidates.get(); a != nullptr; a = a->ai_next) {
+    Socket candidate(
+        openStreamSocket(a->ai_family, a->ai_socktype, a->ai_protocol));
+    if (!candidate.isOpen()) continue;
+    setTimeouts(candidate, timeoutMs);
+    const PlatformSocket s = toPlatform(candidate.native());
+    if (!setBlocking(s, false)) continue;
+    if (::connect(s, a->ai_addr, static_cast<AddressLength>(a->ai_addrlen)) !=
+        0) {
+      if (!wouldBlockNow()) continue;
+      const WaitResult waited = waitReady(candidate, true, timeoutMs, wake);
+      if (waited == WaitResult::kWoken) return ConnectResult::kInterrupted;
+      if (waited != WaitResult::kReady || pendingError(s) != 0) continue;
+    }
+    // Blocking again, so that every send and receive is the same call as in
+    // connectTcp's exchange; only the wait in front of it differs.
+    if (!setBlocking(s, true)) continue;
+    connected = std::move(candidate);
+    return ConnectResult::kConnected;
+  }
+  return ConnectResult::kNotAccepted;
 }
 
 }  // namespace tovrin::ai::detail

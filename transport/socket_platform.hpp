@@ -60,6 +60,7 @@ enum class ConnectResult {
   kConnected,    // connected holds the open socket
   kUnresolved,   // the resolver failed or returned no address
   kNotAccepted,  // no address accepted the connection
+  kInterrupted,  // the wake signal was raised while connecting
 };
 
 // Resolves host and port (any family, stream sockets) and connects to the
@@ -99,6 +100,57 @@ Socket acceptConnection(const Socket& listener);
 // of an orderly end (SO_LINGER on, zero seconds). For the test server's
 // hostile answers.
 void resetOnClose(const Socket& socket);
+
+// ---- Wakeable waits ------------------------------------------------------
+//
+// A blocked exchange that another thread can end at once. The socket is
+// only ever used and closed by the thread that waits on it; the other thread
+// touches nothing but the wake signal, so an interruption can never close a
+// descriptor twice or use one after it is closed.
+
+// A signal that waits watch beside their socket: a non-blocking pipe on
+// POSIX, a datagram socket connected to itself on Winsock (WSAPoll watches
+// sockets only). Raised, it stays raised until clear(). raise() may run on
+// any thread while another waits; the owner keeps the signal alive until
+// both are done.
+class WakeSignal {
+ public:
+  WakeSignal();   // isOpen() is false when the descriptors cannot be made
+  ~WakeSignal();  // closes both ends exactly once
+  WakeSignal(const WakeSignal&) = delete;
+  WakeSignal& operator=(const WakeSignal&) = delete;
+
+  bool isOpen() const { return readEnd_ != kNoSocket; }
+  void raise() const;  // makes every wait return kWoken until clear()
+  void clear() const;  // consumes every raise so far
+  NativeSocket watched() const { return readEnd_; }  // what waits poll
+
+ private:
+  SocketLibrary library_;  // first: started before the ends exist
+  NativeSocket readEnd_ = kNoSocket;
+  NativeSocket writeEnd_ = kNoSocket;  // the same socket on Winsock
+};
+
+enum class WaitResult {
+  kReady,     // the socket can be read (written), or has an error pending
+  kTimedOut,  // timeoutMs passed first
+  kWoken,     // the signal is raised (wins over a ready socket)
+  kFailed,    // the wait itself failed
+};
+
+// Waits until socket can be read (written when forWrite), wake is raised or
+// timeoutMs pass.
+WaitResult waitReady(const Socket& socket, bool forWrite,
+                     std::uint32_t timeoutMs, const WakeSignal& wake);
+
+// connectTcp for a wakeable exchange: the same resolver order, time-outs
+// and failures, but each candidate connects without blocking and waits with
+// waitReady, at most timeoutMs. The connected socket blocks again, with the
+// time-outs set, exactly as connectTcp leaves it. kInterrupted when woken.
+ConnectResult connectTcpWakeable(const std::string& host,
+                                 const std::string& port,
+                                 std::uint32_t timeoutMs,
+                                 const WakeSignal& wake, Socket& connected);
 
 }  // namespace tovrin::ai::detail
 

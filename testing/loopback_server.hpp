@@ -52,6 +52,12 @@ inline LoopbackStep closeBeforeReadingStep() {
   step.readRequest = false;
   return step;
 }
+// Reads the request and holds the connection until the server goes.
+inline LoopbackStep neverAnswerStep() {
+  LoopbackStep step;
+  step.delay = std::chrono::hours(24);
+  return step;
+}
 inline LoopbackStep delayedStep(milliseconds delay, LoopbackStep step) {
   step.delay = delay;
   return step;

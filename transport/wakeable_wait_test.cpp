@@ -36,6 +36,19 @@ AiRuntimeConfig config(std::int64_t timeoutMs) {
   return c;
 }
 
+LoopbackStep dripped(LoopbackStep step) {
+  step.dripBytes = 7;
+  step.dripPause = 1ms;
+  return step;
+}
+
+LoopbackStep resetAfter(std::string answer) {
+  LoopbackStep step;
+  step.answer = std::move(answer);
+  step.resetAtEnd = true;
+  return step;
+}
+
 // Unraised, the wakeable exchange must send the same bytes and end the same
 // way as the default one, whatever the server does.
 TEST(WakeableWait, UnraisedBehavesAsTheDefaultExchange) {
@@ -49,9 +62,8 @@ TEST(WakeableWait, UnraisedBehavesAsTheDefaultExchange) {
       {"answer", test::chatCompletionStep("Dobrý den."), 5000},
       {"refused status", test::statusStep("HTTP/1.1 503 Busy", "{}"), 5000},
       {"silent close", test::closeWithoutAnswerStep(), 5000},
-      {"dripped", test::drippedStep(test::chatCompletionStep("Ahoj"), 7, 1ms),
-       5000},
-      {"reset", test::resetStep(test::rawStep("HTTP/1.1 200 OK\r\n")), 5000},
+      {"dripped", dripped(test::chatCompletionStep("Ahoj")), 5000},
+      {"reset", resetAfter("HTTP/1.1 200 OK\r\n"), 5000},
       {"too slow", test::delayedStep(300ms, test::chatCompletionStep("x")),
        100},
   };
@@ -74,7 +86,8 @@ TEST(WakeableWait, UnraisedBehavesAsTheDefaultExchange) {
     ASSERT_EQ(requests.size(), 2u) << row.name;
     EXPECT_EQ(requests[1], requests[0]) << row.name;
   }
-  const std::string port = std::to_string(LoopbackServer({test::rawStep("")}).port());
+  const std::string port =
+      std::to_string(LoopbackServer({LoopbackStep{}}).port());
   EXPECT_EQ(outcome([&] {
               return detail::wakeableChatCompletion(
                   config(5000), "http://127.0.0.1:" + port + "/", "m", "s",

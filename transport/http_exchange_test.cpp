@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "testing/loopback_server.hpp"
+#include "testing/process_runner.hpp"
 #include "tovrin/ai/transport.hpp"
 #include "transport/socket_platform.hpp"
 #include "transport/testdata_files.hpp"
@@ -171,6 +172,41 @@ TEST(HttpExchange, ExchangesLeaveNoDescriptorOpen) {
     for (const auto& [step, expected] : endings) ASSERT_EQ(endingOutcome(step, expected), expected);
   }
   EXPECT_EQ(openDescriptors(), before);
+}
+
+}  // namespace
+}  // namespace tovrin::ai
+
+namespace tovrin::ai {
+namespace {
+
+// On Linux the send time-out, set before connect, bounds connecting too: a
+// listener whose backlog is full drops the SYN, and the call gives up after
+// the time-out instead of the system's own minutes of retries.
+TEST(HttpExchange, FullBacklogEndsInCannotConnectAfterTheTimeout) {
+  if (!std::filesystem::exists("/proc/sys/net/core/somaxconn") || test::runningUnderWine()) {
+    GTEST_SKIP() << "Linux only: elsewhere connect ignores the socket time-outs";
+  }
+  detail::Socket listener;
+  std::uint16_t port = 0;
+  ASSERT_TRUE(detail::listenLoopback(0, listener, port, 0));
+  // Connections the listener never accepts, until one finds the queue full.
+  std::vector<detail::Socket> queued;
+  for (int i = 0; i < 8; ++i) {
+    detail::Socket client;
+    if (detail::connectTcp("127.0.0.1", std::to_string(port), 200, client) !=
+        detail::ConnectResult::kConnected) {
+      break;
+    }
+    queued.push_back(std::move(client));
+  }
+  ASSERT_LT(queued.size(), 8u) << "the backlog never filled";
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(exchangeOutcome("http://127.0.0.1:" + std::to_string(port) + "/", 300),
+            "Cannot connect to AI endpoint");
+  const auto elapsed = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(elapsed, milliseconds(250));
+  EXPECT_LT(elapsed, milliseconds(2000));  // not the system's own retries
 }
 
 }  // namespace

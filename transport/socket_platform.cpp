@@ -404,7 +404,7 @@ std::ptrdiff_t receiveSome(const Socket& socket, char* buffer,
 }
 
 bool listenLoopback(std::uint16_t port, Socket& listener,
-                    std::uint16_t& boundPort) {
+                    std::uint16_t& boundPort, int backlog) {
   Socket socket(openStreamSocket(AF_INET, SOCK_STREAM, 0));
   if (!socket.isOpen()) return false;
   allowQuickRebind(socket);
@@ -416,7 +416,7 @@ bool listenLoopback(std::uint16_t port, Socket& listener,
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   if (::bind(s, reinterpret_cast<const sockaddr*>(&address),
              static_cast<AddressLength>(sizeof address)) != 0 ||
-      ::listen(s, SOMAXCONN) != 0) {
+      ::listen(s, backlog < 0 ? SOMAXCONN : backlog) != 0) {
     return false;
   }
   sockaddr_in bound{};

@@ -85,9 +85,12 @@ std::ptrdiff_t receiveSome(const Socket& socket, char* buffer,
                            std::size_t capacity);
 
 // The listening side, used by the loopback test server. Listens on
-// 127.0.0.1 at port (0 for any free one) and reports the port bound.
+// 127.0.0.1 at port (0 for any free one) and reports the port bound. The
+// backlog is the system's largest unless given (0 fills at the first
+// connection not accepted, for tests of connecting).
+inline constexpr int kLargestBacklog = -1;
 bool listenLoopback(std::uint16_t port, Socket& listener,
-                    std::uint16_t& boundPort);
+                    std::uint16_t& boundPort, int backlog = kLargestBacklog);
 
 // True when socket has something to read (for a listener: a connection to
 // accept) or an error pending, within timeoutMs.

@@ -162,7 +162,11 @@ TEST(HttpExchange, EveryWayOutReleasesTheSocketLibraryOnce) {
 
 TEST(HttpExchange, ExchangesLeaveNoDescriptorOpen) {
   const std::filesystem::path fds = "/proc/self/fd";
-  if (!std::filesystem::exists(fds)) GTEST_SKIP() << "counts descriptors through /proc/self/fd";
+  // Wine shows its own process's descriptors there, which it opens and
+  // closes as it likes.
+  if (!std::filesystem::exists(fds) || test::runningUnderWine()) {
+    GTEST_SKIP() << "counts a Linux process's descriptors through /proc/self/fd";
+  }
   const auto openDescriptors = [&fds] {
     return std::distance(std::filesystem::directory_iterator(fds), std::filesystem::directory_iterator());
   };

@@ -101,18 +101,23 @@ std::size_t bareExchange(const std::string& port, const std::string& request,
   return response.size();
 }
 
-void bareClient(benchmark::State& state) {
-  BenchServer& server = immediateServer();
+// Bare exchanges with server for as long as the benchmark runs.
+void bareExchanges(benchmark::State& state, BenchServer& server) {
   const std::string request =
       typicalRequestBytes(httpRuntime(server.endpoint()));
   std::string response;
   response.reserve(8192);
   for (auto _ : state) {
     if (bareExchange(server.port(), request, response) == 0) {
-      state.SkipWithError("the bare exchange failed");
+      state.SkipWithError("a bare exchange failed");
       break;
     }
   }
+  state.SetItemsProcessed(state.iterations());
+}
+
+void bareClient(benchmark::State& state) {
+  bareExchanges(state, immediateServer());
 }
 
 void askOverHttp(benchmark::State& state) {
@@ -200,18 +205,7 @@ void askFromThreadsAtOnce(benchmark::State& state) {
 }
 
 void bareClientsFromThreads(benchmark::State& state) {
-  BenchServer& server = immediateParallelServer();
-  const std::string request =
-      typicalRequestBytes(httpRuntime(server.endpoint()));
-  std::string response;
-  response.reserve(8192);
-  for (auto _ : state) {
-    if (bareExchange(server.port(), request, response) == 0) {
-      state.SkipWithError("a bare exchange from several threads failed");
-      break;
-    }
-  }
-  state.SetItemsProcessed(state.iterations());
+  bareExchanges(state, immediateParallelServer());
 }
 
 }  // namespace

@@ -2,8 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <numeric>
+#include <sstream>
 #include <utility>
+
+#include "report_html.hpp"
 
 namespace tovrin::ai::eval {
 namespace {
@@ -126,6 +131,46 @@ TEST(Summarize, ScoresTheModelAloneAndWhatTheGameReceives) {
   EXPECT_EQ(summary.expectedAnswers.lines, 3u);
   EXPECT_EQ(summary.expectedAnswers.matchedByModel, 1u);
   EXPECT_EQ(summary.expectedAnswers.matchedForGame, 2u);
+}
+
+// The whole page of a small run, byte for byte, against the page a person
+// looked at in a browser (eval/testdata/small_report.html). On a difference
+// the new page is written beside the test program to be looked at.
+TEST(HtmlReport, SmallRunGivesTheReviewedPage) {
+  std::vector<EvalCase> cases{
+      caseOf(AiRequestKind::NpcDialogue, {"hostinec"}, "To ti dát nemůžu."),
+      caseOf(AiRequestKind::ChatModeration, {"moderace"}, "WARN"),
+      caseOf(AiRequestKind::AntiCheatTriage, {}),
+  };
+  for (std::size_t i = 0; i < cases.size(); ++i) cases[i].line = i + 1;
+  std::vector<EvalResult> results{
+      resultOf(0, Outcome::kModel, true, "To ti dát nemůžu."),
+      resultOf(1, Outcome::kTemplate, true, "OK"),
+      resultOf(2, Outcome::kRejected, false, "MAYBE"),
+  };
+  results[1].response.error = "Cannot connect to AI endpoint";
+  results[2].firstReasons = {"invalid_classification_label", "question_echo"};
+  results[2].finalReasons = {"invalid_classification_label"};
+  for (std::size_t i = 0; i < results.size(); ++i) {
+    results[i].latencyMs = 120.0 * static_cast<double>(i + 1);
+    results[i].transportCalls = i + 1;
+  }
+  EvalOptions options;
+  options.input = "samples <1>.jsonl";
+  options.model = "Qwen č<1>&";
+  options.helperPath.clear();
+  const std::string page =
+      htmlReport(options, cases, results, summarize(cases, results));
+
+  std::ifstream file(std::filesystem::path(TOVRIN_AI_SOURCE_DIR) / "eval" /
+                         "testdata" / "small_report.html",
+                     std::ios::binary);
+  std::ostringstream reviewed;
+  reviewed << file.rdbuf();
+  if (page != reviewed.str()) {
+    std::ofstream("small_report.html", std::ios::binary) << page;
+  }
+  EXPECT_EQ(page, reviewed.str());
 }
 
 }  // namespace

@@ -24,29 +24,19 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kPromptly = 250ms;
 
 AiRuntimeConfig configFor(std::string endpoint) {
-  AiRuntimeConfig config;
-  config.endpoint = std::move(endpoint);
-  config.helperPath.clear();
-  config.timeoutMs = 5000;
-  return config;
+  return {.endpoint = std::move(endpoint), .helperPath = {}, .timeoutMs = 5000};
 }
 
 AiSubmission submission(std::string message, std::string conversation = {}) {
-  AiSubmission s;
-  s.request.message = std::move(message);
-  s.conversation = std::move(conversation);
-  return s;
+  return {.request = {.message = std::move(message)}, .conversation = std::move(conversation)};
 }
 
 // Polls as a frame loop would until count completions arrived, by id.
-std::map<AiRequestId, AiCompletion> collect(AiService& service,
-                                            std::size_t count) {
+std::map<AiRequestId, AiCompletion> collect(AiService& service, std::size_t count) {
   std::map<AiRequestId, AiCompletion> byId;
   const Clock::time_point limit = Clock::now() + 10s;
   while (byId.size() < count && Clock::now() < limit) {
-    for (AiCompletion& done : service.poll()) {
-      EXPECT_TRUE(byId.emplace(done.id, std::move(done)).second);
-    }
+    for (AiCompletion& done : service.poll()) EXPECT_TRUE(byId.emplace(done.id, std::move(done)).second);
     std::this_thread::sleep_for(1ms);
   }
   return byId;
@@ -56,8 +46,7 @@ std::map<AiRequestId, AiCompletion> collect(AiService& service,
 std::vector<std::string> described(const AiRequestTrace& trace) {
   std::vector<std::string> lines;
   for (const AiModelCallTrace& c : trace.calls) {
-    std::string line = std::to_string(c.pass) + "." +
-                       std::to_string(c.attempt) + " " + c.endpoint;
+    std::string line = std::to_string(c.pass) + "." + std::to_string(c.attempt) + " " + c.endpoint;
     line += c.answered ? " answer '" + c.answer + "'" : " error '" + c.error + "'";
     for (const std::string& reason : c.verdict.reasons) line += " " + reason;
     lines.push_back(line);
@@ -85,8 +74,7 @@ struct Gate {
     changed.notify_all();
   }
   AiTransport transport(std::chrono::milliseconds hold = 0ms) {
-    return [this, hold](const AiRuntimeConfig&, const std::string&,
-                        const std::string&, const std::string&,
+    return [this, hold](const AiRuntimeConfig&, const std::string&, const std::string&, const std::string&,
                         const std::string& user, std::size_t) {
       std::unique_lock<std::mutex> lock(mutex);
       order.push_back(user.substr(user.find("Ahoj"), 6));
@@ -123,15 +111,12 @@ TEST(Service, RefusesBadArguments) {
     }
   }
   AiService service(configFor("http://127.0.0.1:1/"), AiServiceOptions{});
-  AiSubmission late = submission("Ahoj");
-  late.deadline = 0ms;
-  EXPECT_THROW(service.submit(std::move(late)), std::invalid_argument);
+  EXPECT_THROW(service.submit({.request = {.message = "Ahoj"}, .deadline = 0ms}), std::invalid_argument);
 }
 
 TEST(Service, QueueFullSupersedeCancelAndOrder) {
   Gate gate;
-  AiService service(configFor("http://unused/"), {1, 3, 10s},
-                    gate.transport());
+  AiService service(configFor("http://unused/"), {1, 3, 10s}, gate.transport());
   const AiRequestId running = service.submit(submission("Ahoj 1", "k"));
   gate.waitStarted(1);
   const AiRequestId superseded = service.submit(submission("Ahoj 2", "k"));
@@ -175,20 +160,14 @@ TEST(Service, QueueFullSupersedeCancelAndOrder) {
 TEST(Service, ConversationsKeepOrderAndRunSideBySide) {
   Gate gate;
   gate.release();
-  AiService service(configFor("http://unused/"), {3, 64, 10s},
-                    gate.transport(3ms));
+  AiService service(configFor("http://unused/"), {3, 64, 10s}, gate.transport(3ms));
   for (int i = 0; i < 4; ++i) {
-    for (const char* key : {"a", "b", "c"}) {
-      service.submit(submission("Ahoj" + std::string(key) + std::to_string(i),
-                                key));
-    }
+    for (const char* key : {"a", "b", "c"}) service.submit(submission("Ahoj" + std::string(key) + std::to_string(i), key));
   }
   EXPECT_EQ(collect(service, 12).size(), 12u);
   for (const char key : {'a', 'b', 'c'}) {
     std::string seen;
-    for (const std::string& m : gate.order) {
-      if (m[4] == key) seen += m[5];
-    }
+    for (const std::string& m : gate.order) seen += m[4] == key ? m.substr(5) : "";
     EXPECT_EQ(seen, "0123") << key;
   }
   EXPECT_GE(gate.mostRunning, 2);
@@ -199,27 +178,20 @@ TEST(Service, TraceHoldsEveryModelCall) {
   AiRuntimeConfig config = configFor("http://first/");
   config.fallbackEndpoint = "http://second/";
   config.fallbackModel = "druhy";
-  AiService service(
-      config, {1, 4, 10s},
-      [&calls](const AiRuntimeConfig&, const std::string&, const std::string&,
-               const std::string&, const std::string&,
-               std::size_t) -> std::string {
-        switch (calls++) {
-          case 0: return " ";
-          case 1: throw std::runtime_error("down");
-          default: return "Dobrý den.";
-        }
-      });
+  AiService service(config, {1, 4, 10s}, [&calls](auto&&...) -> std::string {
+    switch (calls++) {
+      case 0: return " ";
+      case 1: throw std::runtime_error("down");
+      default: return "Dobrý den.";
+    }
+  });
   const AiRequestId id = service.submit(submission("Ahoj"));
   AiCompletion done = collect(service, 1)[id];
   EXPECT_EQ(done.ending, AiEnding::kAnswered);
   EXPECT_TRUE(done.response.ok);
-  EXPECT_EQ(described(done.trace),
-            (std::vector<std::string>{
-                "1.1 http://first/ answer ' ' empty_answer",
-                "1.2 http://first/ error 'down'",
-                "2.1 http://second/ answer 'Dobrý den.'",
-            }));
+  EXPECT_EQ(described(done.trace), (std::vector<std::string>{"1.1 http://first/ answer ' ' empty_answer",
+                                                               "1.2 http://first/ error 'down'",
+                                                               "2.1 http://second/ answer 'Dobrý den.'"}));
   EXPECT_GE(done.trace.calls[0].start, done.trace.submitted);
 }
 
@@ -235,18 +207,13 @@ TEST(Service, StopsInterruptTheModelCall) {
     const char* callError;
   };
   const Row rows[] = {
-      {"deadline", "Ahoj", AiEnding::kDeadline, false, kDeadlineError,
-       kDeadlineError},
-      {"deadline keeps template", "Kolik je 2+3?", AiEnding::kDeadline, true,
-       "5", kDeadlineError},
-      {"cancel", "Ahoj", AiEnding::kCancelled, false, kCancelledError,
-       kCancelledError},
-      {"shutdown", "Ahoj", AiEnding::kShutdown, false, kShutdownError,
-       kShutdownError},
+      {"deadline", "Ahoj", AiEnding::kDeadline, false, kDeadlineError, kDeadlineError},
+      {"deadline keeps template", "Kolik je 2+3?", AiEnding::kDeadline, true, "5", kDeadlineError},
+      {"cancel", "Ahoj", AiEnding::kCancelled, false, kCancelledError, kCancelledError},
+      {"shutdown", "Ahoj", AiEnding::kShutdown, false, kShutdownError, kShutdownError},
   };
   for (const Row& row : rows) {
-    test::LoopbackServer server({test::neverAnswerStep()}, 0,
-                                test::Serving::kConcurrently);
+    test::LoopbackServer server({test::LoopbackStep{.delay = std::chrono::hours(24)}}, 0, test::Serving::kConcurrently);
     AiService service(configFor(server.endpoint()), {2, 4, 10s});
     AiSubmission s = submission(row.message);
     if (row.ending == AiEnding::kDeadline) s.deadline = 80ms;
@@ -265,28 +232,20 @@ TEST(Service, StopsInterruptTheModelCall) {
     }
     EXPECT_EQ(done.ending, row.ending) << row.name;
     EXPECT_EQ(done.response.ok, row.ok) << row.name;
-    EXPECT_EQ(row.ok ? done.response.answer : done.response.error, row.text)
-        << row.name;
-    EXPECT_EQ(described(done.trace),
-              std::vector<std::string>{"1.1 " + server.endpoint() + " error '" +
-                                       row.callError + "'"})
+    EXPECT_EQ(row.ok ? done.response.answer : done.response.error, row.text) << row.name;
+    EXPECT_EQ(described(done.trace), std::vector<std::string>{"1.1 " + server.endpoint() + " error '" + row.callError + "'"})
         << row.name;
   }
 }
 
 TEST(Service, GameTransportSeesItsStopAndIsNotWaitedFor) {
   std::atomic<bool> sawStop{false};
-  AiService service(configFor("http://unused/"), {1, 4, 50ms},
-                    [&sawStop](const AiRuntimeConfig&, const std::string&,
-                               const std::string&, const std::string&,
-                               const std::string&, std::size_t) {
-                      while (!currentStopToken().stop_requested()) {
-                        std::this_thread::sleep_for(1ms);
-                      }
-                      sawStop = true;
-                      std::this_thread::sleep_for(2 * kPromptly);  // late
-                      return std::string("Dobrý den.");
-                    });
+  AiService service(configFor("http://unused/"), {1, 4, 50ms}, [&sawStop](auto&&...) {
+    while (!currentStopToken().stop_requested()) std::this_thread::sleep_for(1ms);
+    sawStop = true;
+    std::this_thread::sleep_for(2 * kPromptly);  // late
+    return std::string("Dobrý den.");
+  });
   const Clock::time_point start = Clock::now();
   const AiRequestId id = service.submit(submission("Kolik je 6*7?"));
   AiCompletion done = collect(service, 1)[id];

@@ -5,13 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <filesystem>
 #include <random>
 #include <set>
 #include <thread>
 #include <vector>
 
 #include "testing/loopback_server.hpp"
+#include "testing/process_runner.hpp"
 #include "tovrin/ai/service.hpp"
 
 namespace tovrin::ai {
@@ -20,40 +20,20 @@ namespace {
 constexpr int kRaces = 10000;
 constexpr int kBatch = 50;
 
-// Open descriptors of this process; -1 where the system does not list them
-// (under Wine /proc/self/fd lists Wine's own).
-long openDescriptors() {
-#ifdef __linux__
-  std::error_code error;
-  std::filesystem::directory_iterator it("/proc/self/fd", error);
-  if (error) return -1;
-  long count = 0;
-  for (; it != std::filesystem::directory_iterator(); ++it) ++count;
-  return count;
-#else
-  return -1;
-#endif
-}
-
 TEST(ServiceRace, CancelWhileFinishingEndsOnceAndLeaksNothing) {
-  const long before = openDescriptors();
+  const long before = test::openDescriptors();
   std::set<AiRequestId> ended;
   std::size_t answered = 0;
   std::size_t cancelled = 0;
   {
     test::LoopbackServer server({test::chatCompletionStep("Dobrý den.")});
-    AiRuntimeConfig config;
-    config.endpoint = server.endpoint();
-    config.helperPath.clear();
-    AiService service(config, {4, kBatch, std::chrono::seconds(30)});
+    AiService service({.endpoint = server.endpoint(), .helperPath = {}}, {4, kBatch, std::chrono::seconds(30)});
     std::minstd_rand random(7);
     std::vector<AiCompletion> done;
     for (int batch = 0; batch < kRaces / kBatch; ++batch) {
       std::vector<AiRequestId> ids;
       for (int i = 0; i < kBatch; ++i) {
-        AiSubmission submission;
-        submission.request.message = "Ahoj";
-        ids.push_back(service.submit(std::move(submission)));
+        ids.push_back(service.submit({.request = {.message = "Ahoj"}}));
       }
       // Spread the cancellations of every other request over the time the
       // batch takes, so that they hit queued requests, running exchanges
@@ -80,7 +60,7 @@ TEST(ServiceRace, CancelWhileFinishingEndsOnceAndLeaksNothing) {
   EXPECT_EQ(ended.size(), static_cast<std::size_t>(kRaces));
   EXPECT_GT(answered, 0u);
   EXPECT_GT(cancelled, 0u);
-  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_EQ(test::openDescriptors(), before);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "testing/loopback_server.hpp"
 
+#include "tovrin/ai/text.hpp"
 #include "tovrin/ai/transport.hpp"
 
 #include <algorithm>
@@ -20,8 +21,7 @@ constexpr milliseconds kReadLimit{5000};
 bool requestComplete(const std::string& request) {
   const std::size_t headEnd = request.find("\r\n\r\n");
   if (headEnd == std::string::npos) return false;
-  std::string head = request.substr(0, headEnd);
-  for (char& c : head) c = (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c;
+  const std::string head = toLowerAscii(request.substr(0, headEnd));
   const std::size_t at = head.find("\ncontent-length:");
   if (at == std::string::npos) return true;
   std::size_t pos = at + 16;
@@ -34,21 +34,16 @@ bool requestComplete(const std::string& request) {
 }  // namespace
 
 LoopbackStep statusStep(std::string_view statusLine, std::string_view body) {
-  return {.answer = std::string(statusLine) +
-                    "\r\nContent-Type: application/json; charset=utf-8\r\n"
-                    "Content-Length: " + std::to_string(body.size()) +
-                    "\r\nConnection: close\r\n\r\n" + std::string(body)};
+  return {.answer = std::string(statusLine) + "\r\nContent-Type: application/json; charset=utf-8\r\nContent-Length: " +
+                    std::to_string(body.size()) + "\r\nConnection: close\r\n\r\n" + std::string(body)};
 }
 
 LoopbackStep chatCompletionStep(std::string_view rawContent) {
-  return statusStep(
-      "HTTP/1.1 200 OK",
-      "{\"id\":\"chatcmpl-loopback1\",\"object\":\"chat.completion\","
-      "\"created\":1700000000,\"model\":\"loopback-model\",\"choices\":[{"
-      "\"index\":0,\"message\":{\"role\":\"assistant\",\"content\":\"" +
-          std::string(rawContent) +
-          "\"},\"logprobs\":null,\"finish_reason\":\"stop\"}],\"usage\":{"
-          "\"prompt_tokens\":42,\"completion_tokens\":7,\"total_tokens\":49}}");
+  return statusStep("HTTP/1.1 200 OK",
+                    "{\"id\":\"chatcmpl-loopback1\",\"object\":\"chat.completion\",\"created\":1700000000,"
+                    "\"model\":\"loopback-model\",\"choices\":[{\"index\":0,\"message\":{\"role\":\"assistant\","
+                    "\"content\":\"" + std::string(rawContent) + "\"},\"logprobs\":null,\"finish_reason\":\"stop\"}],"
+                    "\"usage\":{\"prompt_tokens\":42,\"completion_tokens\":7,\"total_tokens\":49}}");
 }
 
 std::string exchangeOutcome(const std::string& url, std::int64_t timeoutMs,
@@ -61,13 +56,10 @@ std::string exchangeOutcome(const std::string& url, std::int64_t timeoutMs,
   }
 }
 
-LoopbackServer::LoopbackServer(std::vector<LoopbackStep> script, std::uint16_t port,
-                               Serving serving)
+LoopbackServer::LoopbackServer(std::vector<LoopbackStep> script, std::uint16_t port, Serving serving)
     : script_(std::move(script)), serving_(serving) {
-  if (script_.empty() || !library_.started() ||
-      !detail::listenLoopback(port, listener_, port_)) {
-    throw std::runtime_error("LoopbackServer cannot listen on 127.0.0.1:" +
-                             std::to_string(port));
+  if (script_.empty() || !library_.started() || !detail::listenLoopback(port, listener_, port_)) {
+    throw std::runtime_error("LoopbackServer cannot listen on 127.0.0.1:" + std::to_string(port));
   }
   thread_ = std::thread([this] { serve(); });
 }
@@ -141,12 +133,10 @@ void LoopbackServer::handle(detail::Socket connection, const LoopbackStep& step)
   for (std::size_t sent = 0; sent < total;) {
     if (sent > 0 && step.dripPause.count() > 0 && !pauseFor(step.dripPause)) return;
     const std::size_t end = std::min(total, sent + piece);
-    std::string bytes = sent < answer.size()
-        ? answer.substr(sent, std::min(end, answer.size()) - sent) : std::string();
+    std::string bytes = sent < answer.size() ? answer.substr(sent, std::min(end, answer.size()) - sent) : "";
     bytes.append(end - sent - bytes.size(), 'a');
     for (std::size_t done = 0; done < bytes.size();) {
-      const std::ptrdiff_t n = detail::sendSome(connection, bytes.data() + done,
-                                                bytes.size() - done);
+      const std::ptrdiff_t n = detail::sendSome(connection, bytes.data() + done, bytes.size() - done);
       if (n < 1) return;
       done += static_cast<std::size_t>(n);
     }

@@ -45,19 +45,7 @@ LoopbackStep statusStep(std::string_view statusLine, std::string_view body);
 // (JSON string contents, escapes as written) as the assistant's message.
 LoopbackStep chatCompletionStep(std::string_view rawContent);
 
-// The eval tool's tests build their steps with these.
-inline LoopbackStep closeWithoutAnswerStep() { return {}; }
-inline LoopbackStep closeBeforeReadingStep() {
-  LoopbackStep step;
-  step.readRequest = false;
-  return step;
-}
-// Reads the request and holds the connection until the server goes.
-inline LoopbackStep neverAnswerStep() {
-  LoopbackStep step;
-  step.delay = std::chrono::hours(24);
-  return step;
-}
+// step, answered after delay.
 inline LoopbackStep delayedStep(milliseconds delay, LoopbackStep step) {
   step.delay = delay;
   return step;

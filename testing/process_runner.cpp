@@ -1,7 +1,7 @@
 // The test suites' only platform-dependent code: starting a program with
 // its output redirected to files, waiting for it within a limit and killing
-// it past that (CreateProcessW on Windows, fork and exec elsewhere), and a
-// private network namespace on Linux.
+// it past that (CreateProcessW on Windows, fork and exec elsewhere), a
+// private network namespace on Linux, and the count of open descriptors.
 #include "testing/process_runner.hpp"
 
 #ifdef _WIN32
@@ -25,12 +25,11 @@
 #include <thread>
 #endif
 
-#include <atomic>
-#include <chrono>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
+
+#include "testing/files.hpp"
 
 namespace tovrin::ai::test {
 
@@ -38,28 +37,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string readAll(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file),
-                     std::istreambuf_iterator<char>());
-}
-
 #ifdef _WIN32
-
-unsigned long currentProcessId() { return ::GetCurrentProcessId(); }
-
-// The arguments are UTF-8; Windows takes the command line in UTF-16.
-std::wstring widen(const std::string& text) {
-  if (text.empty()) return std::wstring();
-  const int length = ::MultiByteToWideChar(
-      CP_UTF8, MB_ERR_INVALID_CHARS, text.data(),
-      static_cast<int>(text.size()), nullptr, 0);
-  if (length <= 0) throw std::runtime_error("argument is not UTF-8: " + text);
-  std::wstring wide(static_cast<std::size_t>(length), L'\0');
-  ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(),
-                        static_cast<int>(text.size()), wide.data(), length);
-  return wide;
-}
 
 // Appends argument so that the C runtime's command-line parser (and
 // CommandLineToArgvW) gives it back unchanged: quoted when it is empty or
@@ -67,8 +45,7 @@ std::wstring widen(const std::string& text) {
 // a quote, the closing one included.
 void appendQuoted(std::wstring& commandLine, const std::wstring& argument) {
   if (!commandLine.empty()) commandLine += L' ';
-  if (!argument.empty() &&
-      argument.find_first_of(L" \t\n\v\"") == std::wstring::npos) {
+  if (!argument.empty() && argument.find_first_of(L" \t\n\v\"") == std::wstring::npos) {
     commandLine += argument;
     return;
   }
@@ -79,11 +56,7 @@ void appendQuoted(std::wstring& commandLine, const std::wstring& argument) {
       ++backslashes;
       continue;
     }
-    if (c == L'"') {
-      commandLine.append(backslashes * 2 + 1, L'\\');
-    } else {
-      commandLine.append(backslashes, L'\\');
-    }
+    commandLine.append(c == L'"' ? backslashes * 2 + 1 : backslashes, L'\\');
     backslashes = 0;
     commandLine += c;
   }
@@ -97,96 +70,74 @@ struct Handle {
   ~Handle() {
     if (valid()) ::CloseHandle(handle);
   }
-  HANDLE get() const { return handle; }
   bool valid() const { return handle != nullptr && handle != INVALID_HANDLE_VALUE; }
 };
 
 HANDLE openForChild(const wchar_t* name, DWORD access, DWORD disposition) {
-  SECURITY_ATTRIBUTES inherit{};
-  inherit.nLength = sizeof inherit;
-  inherit.bInheritHandle = TRUE;
-  return ::CreateFileW(name, access, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                       &inherit, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+  SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
+  return ::CreateFileW(name, access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, disposition,
+                       FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
-int runAndWait(const fs::path& program,
-               const std::vector<std::string>& arguments,
-               const fs::path& workingDirectory, const fs::path& outPath,
-               const fs::path& errPath, std::chrono::milliseconds limit) {
-  // Made absolute here: the child's working directory is not ours.
+int runAndWait(const fs::path& program, const std::vector<std::string>& arguments,
+               const fs::path& workingDirectory, const fs::path& outPath, const fs::path& errPath,
+               std::chrono::milliseconds limit) {
+  // Made absolute here: the child's working directory is not ours. The
+  // arguments are UTF-8; Windows takes the command line in UTF-16.
   const std::wstring application = fs::absolute(program).wstring();
   std::wstring commandLine;
   appendQuoted(commandLine, application);
   for (const std::string& argument : arguments) {
-    appendQuoted(commandLine, widen(argument));
+    appendQuoted(commandLine, fs::path(std::u8string(argument.begin(), argument.end())).wstring());
   }
-
   const Handle in{openForChild(L"NUL", GENERIC_READ, OPEN_EXISTING)};
   const Handle out{openForChild(outPath.c_str(), GENERIC_WRITE, CREATE_ALWAYS)};
   const Handle err{openForChild(errPath.c_str(), GENERIC_WRITE, CREATE_ALWAYS)};
-  if (!in.valid() || !out.valid() || !err.valid()) {
-    throw std::runtime_error("cannot open the output files");
-  }
+  if (!in.valid() || !out.valid() || !err.valid()) throw std::runtime_error("cannot open the output files");
 
   // Only the three standard handles go to the child: a test's sockets
   // (a loopback server's listener, say) must not outlive the test in it.
-  HANDLE inherited[] = {in.get(), out.get(), err.get()};
+  HANDLE inherited[] = {in.handle, out.handle, err.handle};
   SIZE_T attributeSize = 0;
   ::InitializeProcThreadAttributeList(nullptr, 1, 0, &attributeSize);
   std::vector<char> attributeStorage(attributeSize);
-  const auto attributes = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(
-      attributeStorage.data());
-  if (!::InitializeProcThreadAttributeList(attributes, 1, 0,
-                                           &attributeSize) ||
-      !::UpdateProcThreadAttribute(attributes, 0,
-                                   PROC_THREAD_ATTRIBUTE_HANDLE_LIST,
-                                   inherited, sizeof inherited, nullptr,
-                                   nullptr)) {
+  const auto attributes = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(attributeStorage.data());
+  if (!::InitializeProcThreadAttributeList(attributes, 1, 0, &attributeSize) ||
+      !::UpdateProcThreadAttribute(attributes, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, inherited, sizeof inherited,
+                                   nullptr, nullptr)) {
     throw std::runtime_error("cannot limit the inherited handles");
   }
-
   STARTUPINFOEXW startup{};
   startup.StartupInfo.cb = sizeof startup;
   startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
-  startup.StartupInfo.hStdInput = in.get();
-  startup.StartupInfo.hStdOutput = out.get();
-  startup.StartupInfo.hStdError = err.get();
+  startup.StartupInfo.hStdInput = in.handle;
+  startup.StartupInfo.hStdOutput = out.handle;
+  startup.StartupInfo.hStdError = err.handle;
   startup.lpAttributeList = attributes;
   PROCESS_INFORMATION process{};
-  const BOOL started = ::CreateProcessW(
-      application.c_str(), commandLine.data(), nullptr, nullptr, TRUE,
-      EXTENDED_STARTUPINFO_PRESENT, nullptr, workingDirectory.c_str(),
-      &startup.StartupInfo, &process);
+  const BOOL started =
+      ::CreateProcessW(application.c_str(), commandLine.data(), nullptr, nullptr, TRUE, EXTENDED_STARTUPINFO_PRESENT,
+                       nullptr, workingDirectory.c_str(), &startup.StartupInfo, &process);
   ::DeleteProcThreadAttributeList(attributes);
   if (!started) {
-    throw std::runtime_error("cannot start " + program.string() +
-                             ", error " + std::to_string(::GetLastError()));
+    throw std::runtime_error("cannot start " + program.string() + ", error " + std::to_string(::GetLastError()));
   }
   const Handle processHandle{process.hProcess};
   const Handle threadHandle{process.hThread};
-
-  const DWORD waited = ::WaitForSingleObject(
-      processHandle.get(), static_cast<DWORD>(limit.count()));
-  if (waited != WAIT_OBJECT_0) {
-    ::TerminateProcess(processHandle.get(), 1);
-    ::WaitForSingleObject(processHandle.get(), INFINITE);
+  if (::WaitForSingleObject(process.hProcess, static_cast<DWORD>(limit.count())) != WAIT_OBJECT_0) {
+    ::TerminateProcess(process.hProcess, 1);
+    ::WaitForSingleObject(process.hProcess, INFINITE);
     return -1;
   }
   DWORD exitCode = 0;
-  if (!::GetExitCodeProcess(processHandle.get(), &exitCode)) return -1;
-  return static_cast<int>(exitCode);
+  return ::GetExitCodeProcess(process.hProcess, &exitCode) ? static_cast<int>(exitCode) : -1;
 }
 
 #else  // POSIX
 
-unsigned long currentProcessId() {
-  return static_cast<unsigned long>(::getpid());
-}
-
-int runAndWait(const fs::path& program,
-               const std::vector<std::string>& arguments,
-               const fs::path& workingDirectory, const fs::path& outPath,
-               const fs::path& errPath, std::chrono::milliseconds limit) {
+int runAndWait(const fs::path& program, const std::vector<std::string>& arguments,
+               const fs::path& workingDirectory, const fs::path& outPath, const fs::path& errPath,
+               std::chrono::milliseconds limit) {
   // Everything the child needs is prepared before fork, so that between
   // fork and exec only async-signal-safe calls run.
   std::vector<std::string> argvStorage{program.string()};
@@ -194,9 +145,7 @@ int runAndWait(const fs::path& program,
   std::vector<char*> argv;
   for (std::string& argument : argvStorage) argv.push_back(argument.data());
   argv.push_back(nullptr);
-  const std::string directory = workingDirectory.string();
-  const std::string outName = outPath.string();
-  const std::string errName = errPath.string();
+  const std::string directory = workingDirectory.string(), outName = outPath.string(), errName = errPath.string();
 
   const pid_t child = ::fork();
   if (child < 0) throw std::runtime_error("fork failed");
@@ -204,19 +153,15 @@ int runAndWait(const fs::path& program,
     const int out = ::open(outName.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     const int err = ::open(errName.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     const int in = ::open("/dev/null", O_RDONLY);
-    if (out < 0 || err < 0 || in < 0 || ::chdir(directory.c_str()) != 0 ||
-        ::dup2(in, 0) < 0 || ::dup2(out, 1) < 0 || ::dup2(err, 2) < 0) {
-      ::_exit(127);
+    if (out >= 0 && err >= 0 && in >= 0 && ::chdir(directory.c_str()) == 0 && ::dup2(in, 0) >= 0 &&
+        ::dup2(out, 1) >= 0 && ::dup2(err, 2) >= 0) {
+      ::execv(argv[0], argv.data());
     }
-    ::execv(argv[0], argv.data());
     ::_exit(127);
   }
-
   const auto deadline = std::chrono::steady_clock::now() + limit;
   int status = 0;
-  for (;;) {
-    const pid_t done = ::waitpid(child, &status, WNOHANG);
-    if (done == child) break;
+  while (::waitpid(child, &status, WNOHANG) != child) {
     if (std::chrono::steady_clock::now() > deadline) {
       ::kill(child, SIGKILL);
       ::waitpid(child, &status, 0);
@@ -231,29 +176,14 @@ int runAndWait(const fs::path& program,
 
 }  // namespace
 
-ProcessResult runProcess(const fs::path& program,
-                         const std::vector<std::string>& arguments,
-                         const fs::path& workingDirectory,
-                         std::chrono::milliseconds limit) {
-  // Process ids come back soon on Windows, so the clock and a counter make
-  // the name unique even beside a file that a killed program still holds.
-  static std::atomic<unsigned> runs{0};
-  const fs::path outPath =
-      fs::temp_directory_path() /
-      ("tovrin_ai_out_" + std::to_string(currentProcessId()) + "_" +
-       std::to_string(std::chrono::steady_clock::now()
-                          .time_since_epoch()
-                          .count()) +
-       "_" + std::to_string(runs++));
-  const fs::path errPath = outPath.string() + ".err";
-
+ProcessResult runProcess(const fs::path& program, const std::vector<std::string>& arguments,
+                         const fs::path& workingDirectory, std::chrono::milliseconds limit) {
+  const TempDir outputs("process");
   ProcessResult result;
-  result.exitStatus = runAndWait(program, arguments, workingDirectory,
-                                 outPath, errPath, limit);
-  result.out = readAll(outPath);
-  result.err = readAll(errPath);
-  fs::remove(outPath);
-  fs::remove(errPath);
+  result.exitStatus = runAndWait(program, arguments, workingDirectory, outputs.path() / "out",
+                                 outputs.path() / "err", limit);
+  result.out = outputs.read("out");
+  result.err = outputs.read("err");
   return result;
 }
 
@@ -284,11 +214,20 @@ bool isolateNetwork() {
 bool isolateNetwork() { return false; }
 #endif
 
+long openDescriptors() {
+#ifdef __linux__
+  std::error_code error;
+  const fs::directory_iterator listing("/proc/self/fd", error);
+  return error ? -1 : std::distance(listing, fs::directory_iterator());
+#else
+  return -1;
+#endif
+}
+
 bool runningUnderWine() {
 #ifdef _WIN32
   const HMODULE ntdll = ::GetModuleHandleW(L"ntdll.dll");
-  return ntdll != nullptr &&
-         ::GetProcAddress(ntdll, "wine_get_version") != nullptr;
+  return ntdll != nullptr && ::GetProcAddress(ntdll, "wine_get_version") != nullptr;
 #else
   return false;
 #endif

@@ -30,6 +30,10 @@ ProcessResult runProcess(const std::filesystem::path& program,
 // Call it while the process has a single thread.
 bool isolateNetwork();
 
+// How many descriptors this process has open; -1 where the system does not
+// list them (/proc/self/fd on Linux; under Wine it lists Wine's own).
+long openDescriptors();
+
 // True when this process is a Windows program running under Wine, whose
 // sockets differ from Windows in a few corners (an abortive close arrives
 // as an orderly one).

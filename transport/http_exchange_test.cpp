@@ -12,7 +12,7 @@
 #include "testing/process_runner.hpp"
 #include "tovrin/ai/transport.hpp"
 #include "transport/socket_platform.hpp"
-#include "transport/testdata_files.hpp"
+#include "testing/files.hpp"
 
 namespace tovrin::ai {
 namespace {
@@ -161,21 +161,13 @@ TEST(HttpExchange, EveryWayOutReleasesTheSocketLibraryOnce) {
 }
 
 TEST(HttpExchange, ExchangesLeaveNoDescriptorOpen) {
-  const std::filesystem::path fds = "/proc/self/fd";
-  // Wine shows its own process's descriptors there, which it opens and
-  // closes as it likes.
-  if (!std::filesystem::exists(fds) || test::runningUnderWine()) {
-    GTEST_SKIP() << "counts a Linux process's descriptors through /proc/self/fd";
-  }
-  const auto openDescriptors = [&fds] {
-    return std::distance(std::filesystem::directory_iterator(fds), std::filesystem::directory_iterator());
-  };
+  const long before = test::openDescriptors();
+  if (before < 0) GTEST_SKIP() << "this system does not list a process's descriptors";
   const auto endings = everyEnding();
-  const auto before = openDescriptors();
   for (int round = 0; round < 3; ++round) {
     for (const auto& [step, expected] : endings) ASSERT_EQ(endingOutcome(step, expected), expected);
   }
-  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_EQ(test::openDescriptors(), before);
 }
 
 }  // namespace

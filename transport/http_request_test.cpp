@@ -3,7 +3,7 @@
 #include <string>
 
 #include "tovrin/ai/transport.hpp"
-#include "transport/testdata_files.hpp"
+#include "testing/files.hpp"
 
 namespace tovrin::ai {
 namespace {

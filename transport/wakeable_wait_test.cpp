@@ -30,24 +30,7 @@ std::string outcome(Call call) {
   }
 }
 
-AiRuntimeConfig config(std::int64_t timeoutMs) {
-  AiRuntimeConfig c;
-  c.timeoutMs = timeoutMs;
-  return c;
-}
-
-LoopbackStep dripped(LoopbackStep step) {
-  step.dripBytes = 7;
-  step.dripPause = 1ms;
-  return step;
-}
-
-LoopbackStep resetAfter(std::string answer) {
-  LoopbackStep step;
-  step.answer = std::move(answer);
-  step.resetAtEnd = true;
-  return step;
-}
+AiRuntimeConfig config(std::int64_t timeoutMs) { return {.timeoutMs = timeoutMs}; }
 
 // Unraised, the wakeable exchange must send the same bytes and end the same
 // way as the default one, whatever the server does.
@@ -58,14 +41,16 @@ TEST(WakeableWait, UnraisedBehavesAsTheDefaultExchange) {
     std::int64_t timeoutMs;
   };
   const std::string big(300000, 'x');
+  LoopbackStep dripped = test::chatCompletionStep("Ahoj");
+  dripped.dripBytes = 7;
+  dripped.dripPause = 1ms;
   const Row rows[] = {
       {"answer", test::chatCompletionStep("Dobrý den."), 5000},
       {"refused status", test::statusStep("HTTP/1.1 503 Busy", "{}"), 5000},
-      {"silent close", test::closeWithoutAnswerStep(), 5000},
-      {"dripped", dripped(test::chatCompletionStep("Ahoj")), 5000},
-      {"reset", resetAfter("HTTP/1.1 200 OK\r\n"), 5000},
-      {"too slow", test::delayedStep(300ms, test::chatCompletionStep("x")),
-       100},
+      {"silent close", test::LoopbackStep{}, 5000},
+      {"dripped", dripped, 5000},
+      {"reset", {.answer = "HTTP/1.1 200 OK\r\n", .resetAtEnd = true}, 5000},
+      {"too slow", test::delayedStep(300ms, test::chatCompletionStep("x")), 100},
   };
   const detail::WakeSignal wake;
   for (const Row& row : rows) {
@@ -74,37 +59,28 @@ TEST(WakeableWait, UnraisedBehavesAsTheDefaultExchange) {
     if (row.step.resetAtEnd && test::runningUnderWine()) continue;
     const LoopbackServer server({row.step}, 0, test::Serving::kConcurrently);
     const AiRuntimeConfig c = config(row.timeoutMs);
-    const std::string plain = outcome([&] {
-      return httpChatCompletion(c, server.endpoint(), "m", "s", big, 80);
-    });
-    const std::string wakeable = outcome([&] {
-      return detail::wakeableChatCompletion(c, server.endpoint(), "m", "s",
-                                            big, 80, wake);
-    });
+    const std::string plain = outcome([&] { return httpChatCompletion(c, server.endpoint(), "m", "s", big, 80); });
+    const std::string wakeable =
+        outcome([&] { return detail::wakeableChatCompletion(c, server.endpoint(), "m", "s", big, 80, wake); });
     EXPECT_EQ(wakeable, plain) << row.name;
     const std::vector<std::string> requests = server.requests();
     ASSERT_EQ(requests.size(), 2u) << row.name;
     EXPECT_EQ(requests[1], requests[0]) << row.name;
   }
-  const std::string port =
-      std::to_string(LoopbackServer({LoopbackStep{}}).port());
-  EXPECT_EQ(outcome([&] {
-              return detail::wakeableChatCompletion(
-                  config(5000), "http://127.0.0.1:" + port + "/", "m", "s",
-                  "u", 80, wake);
-            }),
+  const std::string closed = "http://127.0.0.1:" + std::to_string(LoopbackServer({LoopbackStep{}}).port()) + "/";
+  EXPECT_EQ(outcome([&] { return detail::wakeableChatCompletion(config(5000), closed, "m", "s", "u", 80, wake); }),
             "Cannot connect to AI endpoint");
 }
 
 TEST(WakeableWait, RaisingEndsTheExchangeAtOnce) {
-  const LoopbackServer server({test::neverAnswerStep()}, 0,
-                              test::Serving::kConcurrently);
+  const LoopbackServer server({test::LoopbackStep{.delay = std::chrono::hours(24)}}, 0, test::Serving::kConcurrently);
   const detail::WakeSignal wake;
   ASSERT_TRUE(wake.isOpen());
   wake.raise();
-  EXPECT_THROW(detail::wakeableChatCompletion(config(5000), server.endpoint(),
-                                              "m", "s", "u", 80, wake),
-               detail::ExchangeInterrupted);
+  const auto exchange = [&] {
+    return detail::wakeableChatCompletion(config(5000), server.endpoint(), "m", "s", "u", 80, wake);
+  };
+  EXPECT_THROW(exchange(), detail::ExchangeInterrupted);
   wake.clear();
 
   std::thread raiser([&wake] {
@@ -112,9 +88,7 @@ TEST(WakeableWait, RaisingEndsTheExchangeAtOnce) {
     wake.raise();
   });
   const auto start = std::chrono::steady_clock::now();
-  EXPECT_THROW(detail::wakeableChatCompletion(config(5000), server.endpoint(),
-                                              "m", "s", "u", 80, wake),
-               detail::ExchangeInterrupted);
+  EXPECT_THROW(exchange(), detail::ExchangeInterrupted);
   EXPECT_LT(std::chrono::steady_clock::now() - start, 300ms);  // not 5 s
   raiser.join();
   // The first exchange never sent its request; the second did.

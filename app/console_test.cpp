@@ -3,13 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <optional>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "console_output.hpp"
+#include "testing/files.hpp"
 #include "testing/loopback_server.hpp"
 #include "testing/process_runner.hpp"
 
@@ -54,22 +52,15 @@ class Console : public ::testing::Test {
  protected:
   void SetUp() override {
     if (!portProblem.empty()) GTEST_SKIP() << portProblem;
-    dir_ = fs::temp_directory_path() /
-           ("tovrin_ai_console_" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()) +
-            "_" + std::to_string(std::random_device{}()));  // other checkouts may test at once
-    fs::remove_all(dir_);
-    fs::create_directories(dir_ / "assets" / "ai");
+    fs::create_directories(dir_.path() / "assets" / "ai");
   }
-  void TearDown() override { fs::remove_all(dir_); }
-
   void expectRun(const ConsoleCase& c) {
-    const test::ProcessResult result = test::runProcess(TOVRIN_AI_CONSOLE_PATH, c.arguments, dir_);
+    const test::ProcessResult result = test::runProcess(TOVRIN_AI_CONSOLE_PATH, c.arguments, dir_.path());
     EXPECT_EQ(result.out, c.out) << c.name;
     EXPECT_EQ(result.err, c.err) << c.name;
     EXPECT_EQ(result.exitStatus, c.exitStatus) << c.name;
   }
-
-  fs::path dir_;
+  test::TempDir dir_{"console"};
 };
 
 TEST_F(Console, WithoutModelServer) {
@@ -102,7 +93,7 @@ TEST_F(Console, AnswersOfAModelServer) {
 }
 
 TEST_F(Console, AcceptedModelAnswerAndItsRequest) {
-  std::ofstream(dir_ / "assets" / "ai" / "czech_helper_cs.txt", std::ios::binary) << "Piš spisovně.\r\n";
+  dir_.write("assets/ai/czech_helper_cs.txt", "Piš spisovně.\r\n");
   const LoopbackServer server({test::chatCompletionStep("Lokální AI funguje.")}, kConsolePort);
   expectRun({"accepted", {}, "ok=true model=Qwen2.5-1.5B-Instruct-Q8 attempts=1 fallback=false\nLokální AI funguje.\n", "", 0});
   const std::string body =
@@ -132,8 +123,7 @@ TEST(NarrowToPath, KeepsTheText) {
 }
 
 TEST(HelperText, ShippedFileIsNonEmptyUtf8) {
-  std::ifstream file(TOVRIN_AI_SHIPPED_HELPER, std::ios::binary);
-  const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  const std::string text = test::readFile(TOVRIN_AI_SHIPPED_HELPER);
   ASSERT_FALSE(text.empty());
   // A strict UTF-8 walk: lead byte, then the right number of continuations.
   for (std::size_t i = 0; i < text.size();) {

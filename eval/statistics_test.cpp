@@ -5,10 +5,10 @@
 #include <filesystem>
 #include <fstream>
 #include <numeric>
-#include <sstream>
 #include <utility>
 
 #include "report_html.hpp"
+#include "testing/files.hpp"
 
 namespace tovrin::ai::eval {
 namespace {
@@ -20,13 +20,12 @@ std::vector<double> oneTo(std::size_t n) {
 }
 
 TEST(Percentile, NearestRank) {
-  struct Row {
+  const struct {
     const char* name;
     std::vector<double> values;
     unsigned percent;
     double expected;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"empty", {}, 50, 0},
       {"single", {7}, 99, 7},
       {"median_of_four_is_the_lower_middle", {4, 1, 3, 2}, 50, 2},
@@ -38,37 +37,29 @@ TEST(Percentile, NearestRank) {
       {"p100_is_the_largest", {3, 1, 2}, 100, 3},
       {"p1_is_the_smallest", {3, 1, 2}, 1, 1},
   };
-  for (const Row& row : rows) {
-    EXPECT_EQ(percentile(row.values, row.percent), row.expected) << row.name;
-  }
+  for (const auto& row : rows) EXPECT_EQ(percentile(row.values, row.percent), row.expected) << row.name;
 }
 
-EvalCase caseOf(AiRequestKind kind, std::vector<std::string> tags,
-                std::optional<std::string> expected = std::nullopt) {
+EvalCase caseOf(AiRequestKind kind, std::vector<std::string> tags, std::optional<std::string> expected = {}) {
   EvalCase evalCase;
-  evalCase.request.message = "m";
-  evalCase.request.kind = kind;
+  evalCase.request = {.message = "m", .kind = kind};
   evalCase.tags = std::move(tags);
   evalCase.expected = std::move(expected);
   return evalCase;
 }
 
-EvalResult resultOf(std::size_t caseIndex, Outcome outcome, bool ok,
-                    std::string answer) {
+EvalResult resultOf(std::size_t caseIndex, Outcome outcome, bool ok, std::string answer) {
   EvalResult result;
   result.caseIndex = caseIndex;
   result.outcome = outcome;
-  result.response.ok = ok;
-  result.response.answer = std::move(answer);
+  result.response = {.ok = ok, .answer = std::move(answer)};
   return result;
 }
 
 TEST(Summarize, ReasonsCountOncePerRunUnderTheirRule) {
   const std::vector<EvalCase> cases{caseOf(AiRequestKind::ShortAnswer, {})};
-  std::vector<EvalResult> results(2,
-                                  resultOf(0, Outcome::kRejected, false, ""));
-  results[0].firstReasons = {"missing_tool_value:84", "missing_tool_value:3",
-                             "unexpected_number:5"};
+  std::vector<EvalResult> results(2, resultOf(0, Outcome::kRejected, false, ""));
+  results[0].firstReasons = {"missing_tool_value:84", "missing_tool_value:3", "unexpected_number:5"};
   results[0].finalReasons = {"missing_tool_value:3"};
   results[1].firstReasons = {"question_echo", "some_new_rule"};
   results[1].finalReasons = {"question_echo"};
@@ -77,15 +68,12 @@ TEST(Summarize, ReasonsCountOncePerRunUnderTheirRule) {
   for (const ReasonCount& reason : summarize(cases, results).reasons) {
     counts.emplace_back(reason.rule, reason.firstAttempt, reason.final);
   }
-  const std::vector<std::tuple<std::string, std::size_t, std::size_t>> expected{
-      {"empty_answer", 0, 0}, {"answer_too_long", 0, 0},
-      {"instruction_leak", 0, 0}, {"question_echo", 1, 1},
-      {"broken_czech_or_perspective", 0, 0}, {"invalid_moderation_label", 0, 0},
-      {"invalid_classification_label", 0, 0}, {"slash_command_forbidden", 0, 0},
-      {"invented_command:", 0, 0}, {"missing_tool_value:", 1, 1},
-      {"unexpected_number:", 1, 0}, {"safety_fact_not_enforced", 0, 0},
-      {"some_new_rule", 1, 0}};
-  EXPECT_EQ(counts, expected);
+  EXPECT_EQ(counts, (std::vector<std::tuple<std::string, std::size_t, std::size_t>>{
+                        {"empty_answer", 0, 0}, {"answer_too_long", 0, 0}, {"instruction_leak", 0, 0},
+                        {"question_echo", 1, 1}, {"broken_czech_or_perspective", 0, 0},
+                        {"invalid_moderation_label", 0, 0}, {"invalid_classification_label", 0, 0},
+                        {"slash_command_forbidden", 0, 0}, {"invented_command:", 0, 0}, {"missing_tool_value:", 1, 1},
+                        {"unexpected_number:", 1, 0}, {"safety_fact_not_enforced", 0, 0}, {"some_new_rule", 1, 0}}));
 }
 
 // The model's own answers and what the game receives, on runs whose true
@@ -121,12 +109,9 @@ TEST(Summarize, ScoresTheModelAloneAndWhatTheGameReceives) {
   EXPECT_EQ(moderation.model.correct, 1u);
 
   const LabelSummary& triage = summary.labels[1];
-  EXPECT_EQ(triage.labels,
-            (std::vector<std::string>{"NORMAL", "WATCH", "HIGH"}));
-  EXPECT_EQ(triage.model.matrix,
-            (Matrix{{0, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 0, 1}}));
-  EXPECT_EQ(triage.game.matrix,
-            (Matrix{{0, 0, 0, 0}, {0, 0, 0, 0}, {0, 1, 0, 0}}));
+  EXPECT_EQ(triage.labels, (std::vector<std::string>{"NORMAL", "WATCH", "HIGH"}));
+  EXPECT_EQ(triage.model.matrix, (Matrix{{0, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 0, 1}}));
+  EXPECT_EQ(triage.game.matrix, (Matrix{{0, 0, 0, 0}, {0, 0, 0, 0}, {0, 1, 0, 0}}));
 
   EXPECT_EQ(summary.expectedAnswers.lines, 3u);
   EXPECT_EQ(summary.expectedAnswers.matchedByModel, 1u);
@@ -159,18 +144,11 @@ TEST(HtmlReport, SmallRunGivesTheReviewedPage) {
   options.input = "samples <1>.jsonl";
   options.model = "Qwen č<1>&";
   options.helperPath.clear();
-  const std::string page =
-      htmlReport(options, cases, results, summarize(cases, results));
-
-  std::ifstream file(std::filesystem::path(TOVRIN_AI_SOURCE_DIR) / "eval" /
-                         "testdata" / "small_report.html",
-                     std::ios::binary);
-  std::ostringstream reviewed;
-  reviewed << file.rdbuf();
-  if (page != reviewed.str()) {
-    std::ofstream("small_report.html", std::ios::binary) << page;
-  }
-  EXPECT_EQ(page, reviewed.str());
+  const std::string page = htmlReport(options, cases, results, summarize(cases, results));
+  const std::string reviewed =
+      test::readFile(std::filesystem::path(TOVRIN_AI_SOURCE_DIR) / "eval/testdata/small_report.html");
+  if (page != reviewed) std::ofstream("small_report.html", std::ios::binary) << page;
+  EXPECT_EQ(page, reviewed);
 }
 
 }  // namespace

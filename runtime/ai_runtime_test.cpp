@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <random>
+#include <optional>
 #include <string>
 
+#include "testing/files.hpp"
 #include "testing/scripted_transport.hpp"
 #include "tovrin/ai.hpp"
 
@@ -19,13 +19,11 @@ std::string helperTextOf(const fs::path& helperPath) {
 }
 
 TEST(Runtime, HelperFileIsReadOnceAsItsBytes) {
-  // Unique per run: other checkouts may run the same test at once.
-  const fs::path dir = fs::temp_directory_path() / ("tovrin_ai_helper_test_" + std::to_string(std::random_device{}()));
-  fs::remove_all(dir);
-  fs::create_directories(dir);
+  std::optional<test::TempDir> folder(std::in_place, "helper");
+  const fs::path dir = folder->path();
   const std::string bytes = "\xEF\xBB\xBFPiš spisovně.\r\nBez zkratek.\r\n" + std::string(1, '\0') + "konec";
-  std::ofstream(dir / "helper.txt", std::ios::binary) << bytes;
-  std::ofstream(dir / "empty.txt", std::ios::binary) << "";
+  folder->write("helper.txt", bytes);
+  folder->write("empty.txt", "");
   EXPECT_EQ(helperTextOf(dir / "helper.txt"), bytes);
   for (const fs::path& none : {dir / "missing.txt", dir / "empty.txt", dir, fs::path()}) {
     EXPECT_EQ(helperTextOf(none), "") << none;
@@ -33,7 +31,7 @@ TEST(Runtime, HelperFileIsReadOnceAsItsBytes) {
   // Read at construction: a file removed later still reaches the prompt.
   test::ScriptedTransport script({test::reply("Dobrý den.")});
   const AiRuntime runtime(AiRuntimeConfig{.helperPath = dir / "helper.txt"}, script.transport());
-  fs::remove_all(dir);
+  folder.reset();
   ASSERT_TRUE(runtime.ask({.message = "Ahoj", .kind = AiRequestKind::CommandHelp}).ok);
   ASSERT_EQ(script.calls().size(), 1u);
   EXPECT_TRUE(script.calls()[0].systemPrompt.ends_with("\nČESKÝ POMOCNÍK A PRAVIDLA:\n" + bytes));

@@ -91,23 +91,18 @@ struct Gate {
 };
 
 TEST(Service, RefusesBadArguments) {
-  struct Row {
-    const char* name;
-    AiServiceOptions options;
-    const char* message;
+  const std::pair<AiServiceOptions, const char*> rows[] = {
+      {{0, 1, 1ms}, "AiService needs at least one worker"},
+      {{1, 0, 1ms}, "AiService queue limit must be at least 1"},
+      {{1, 1, 0ms}, "AiService deadline must be positive"},
+      {{1, 1, -5ms}, "AiService deadline must be positive"},
   };
-  const Row rows[] = {
-      {"no workers", {0, 1, 1ms}, "AiService needs at least one worker"},
-      {"no queue", {1, 0, 1ms}, "AiService queue limit must be at least 1"},
-      {"zero deadline", {1, 1, 0ms}, "AiService deadline must be positive"},
-      {"past deadline", {1, 1, -5ms}, "AiService deadline must be positive"},
-  };
-  for (const Row& row : rows) {
+  for (const auto& [options, message] : rows) {
     try {
-      AiService service(configFor("http://127.0.0.1:1/"), row.options);
-      ADD_FAILURE() << row.name << ": accepted";
+      AiService service(configFor("http://127.0.0.1:1/"), options);
+      ADD_FAILURE() << message << ": accepted";
     } catch (const std::invalid_argument& error) {
-      EXPECT_STREQ(error.what(), row.message) << row.name;
+      EXPECT_STREQ(error.what(), message);
     }
   }
   AiService service(configFor("http://127.0.0.1:1/"), AiServiceOptions{});

@@ -21,7 +21,6 @@ using test::LoopbackServer;
 using test::LoopbackStep;
 
 constexpr std::size_t kMebibyte = 1024 * 1024;
-constexpr const char* kNoContent = "AI response does not contain message.content";
 const std::string kCutBody =
     "HTTP/1.1 200 OK\r\nContent-Length: 200\r\n\r\n{\"choices\":[{\"message\":{\"content\":\"Ahoj";
 
@@ -50,21 +49,6 @@ TEST(HostileServer, EndsInItsOutcomeWithinTheTimeout) {
       {"chunk_splits_the_content",
        {.answer = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n19\r\n{\"message\":{\"content\":\"Ah\r\n5\r\noj\"}}\r\n0\r\n\r\n"},
        "returned: Ah\r\n5\r\noj"},
-      {"chunk_splits_the_key",
-       {.answer = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n10\r\n{\"message\":{\"con\r\ne\r\ntent\":\"Ahoj\"}}\r\n0\r\n\r\n"},
-       kNoContent},
-      {"ok_status_with_server_error",
-       test::statusStep("HTTP/1.1 200 OK", "{\"error\":{\"code\":503,\"message\":\"Loading model\",\"type\":\"unavailable_error\"}}"),
-       kNoContent},
-      {"ok_status_with_quoted_key_in_error",
-       test::statusStep("HTTP/1.1 200 OK", "{\"error\":{\"message\":\"Invalid \\\"content\\\" in messages\"}}"), kNoContent},
-      {"ok_status_with_null_content_in_error",
-       test::statusStep("HTTP/1.1 200 OK", "{\"error\":{\"message\":\"filtered\",\"content\":null}}"), kNoContent},
-      // The key is found by its text alone, so a string "content" in an error
-      // document becomes the answer; the watchdog judges it next.
-      {"ok_status_with_content_string_in_error",
-       test::statusStep("HTTP/1.1 200 OK", "{\"error\":{\"message\":\"filtered\",\"content\":\"blocked\"}}"),
-       "returned: blocked"},
   };
   for (const auto& c : kCases) {
     if (c.step.resetAtEnd && !c.step.answer.empty() && test::runningUnderWine()) {
@@ -86,15 +70,6 @@ TEST(HostileServer, SixtyFourMebibytesThenClose) {
   const std::string outcome = exchangeOutcome(server.endpoint());
   EXPECT_EQ(outcome.size(), 10 + 64 * kMebibyte);
   EXPECT_EQ(outcome.find_first_not_of('a', 10), std::string::npos);
-}
-
-TEST(HostileServer, AcceptsAndNeverAnswers) {
-  const LoopbackServer server({{.delay = std::chrono::hours(24)}});
-  const auto start = steady_clock::now();
-  EXPECT_EQ(exchangeOutcome(server.endpoint(), 300), "Failed to receive AI response");
-  // Socket time-outs are rounded to the system's clock ticks.
-  EXPECT_GE(steady_clock::now() - start, milliseconds(250));
-  EXPECT_LT(steady_clock::now() - start, milliseconds(2300));
 }
 
 #ifdef SIGPIPE

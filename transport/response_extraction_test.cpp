@@ -49,6 +49,7 @@ TEST(ExtractMessageContent, Cases) {
       {"unterminated_ending_in_backslash", R"({"content":"abc\)", "returned: abc"},
       {"empty_body", "", kNoContent},
       {"no_key", R"({"choices":[{"message":{"role":"assistant"}}]})", kNoContent},
+      {"server_error_document", R"({"error":{"code":503,"message":"Loading model","type":"unavailable_error"}})", kNoContent},
       {"null_alone", R"({"content":null})", kNoContent},
       {"later_empty_string_clears", R"({"content":"A","content":""})", kNoContent},
       {"key_at_end", R"({"x":1,"content")", kNoContent},

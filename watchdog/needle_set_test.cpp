@@ -1,7 +1,5 @@
 // The one-pass search over many tool results must give what searching for
 // each result on its own gives.
-#include "needle_set.hpp"
-
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -26,45 +24,26 @@ std::string randomText(std::mt19937& rng, std::size_t maxLength) {
   return text;
 }
 
-TEST(FindNeedles, AgreesWithContainsTextOnGeneratedCases) {
-  std::mt19937 rng(20261123);
-  for (int round = 0; round < 20000; ++round) {
-    const std::string text = randomText(rng, 24);
-    std::vector<std::string> needles(rng() % 12);
-    for (std::string& needle : needles) needle = randomText(rng, 5);
-    const std::vector<bool> found = detail::findNeedles(text, needles);
-    ASSERT_EQ(found.size(), needles.size());
-    for (std::size_t i = 0; i < needles.size(); ++i) {
-      ASSERT_EQ(found[i], containsText(text, needles[i]))
-          << "text '" << text << "' needle '" << needles[i] << "'";
-    }
-  }
-}
-
 // The reasons the validator gave before the one-pass search: one
 // containsText per non-empty tool result, in list order.
-std::vector<std::string> reasonsOneByOne(
-    const std::string& answer, const std::vector<std::string>& values) {
+std::vector<std::string> reasonsOneByOne(const std::string& answer, const std::vector<std::string>& values) {
   std::vector<std::string> reasons;
   for (const std::string& value : values) {
-    if (!value.empty() && !containsText(answer, value)) {
-      reasons.push_back("missing_tool_value:" + value);
-    }
+    if (!value.empty() && !containsText(answer, value)) reasons.push_back("missing_tool_value:" + value);
   }
   return reasons;
 }
 
 TEST(CheckToolValues, LongListsGiveTheReasonsOfOneSearchPerResult) {
   std::mt19937 rng(7);
-  for (int round = 0; round < 3000; ++round) {
+  for (int round = 0; round < 10000; ++round) {
     AiRequest request;
     request.toolResults.resize(rng() % 40);  // both sides of the short list
     for (std::string& value : request.toolResults) value = randomText(rng, 4);
     const std::string answer = randomText(rng, 60);
     WatchdogVerdict verdict;
     checkToolValues(answer, request, verdict);
-    ASSERT_EQ(verdict.reasons, reasonsOneByOne(answer, request.toolResults))
-        << "answer '" << answer << "'";
+    ASSERT_EQ(verdict.reasons, reasonsOneByOne(answer, request.toolResults)) << "answer '" << answer << "'";
   }
 }
 

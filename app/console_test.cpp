@@ -122,22 +122,6 @@ TEST(NarrowToPath, KeepsTheText) {
 #endif
 }
 
-TEST(HelperText, ShippedFileIsNonEmptyUtf8) {
-  const std::string text = test::readFile(TOVRIN_AI_SHIPPED_HELPER);
-  ASSERT_FALSE(text.empty());
-  // A strict UTF-8 walk: lead byte, then the right number of continuations.
-  for (std::size_t i = 0; i < text.size();) {
-    const auto lead = static_cast<unsigned char>(text[i]);
-    const std::size_t length = lead < 0x80 ? 1 : lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;
-    ASSERT_NE(length, 0u) << "bad lead byte at " << i;
-    ASSERT_LE(i + length, text.size()) << "cut sequence at " << i;
-    for (std::size_t k = 1; k < length; ++k) {
-      ASSERT_EQ(static_cast<unsigned char>(text[i + k]) & 0xC0, 0x80) << "bad continuation at " << i + k;
-    }
-    i += length;
-  }
-}
-
 }  // namespace
 }  // namespace tovrin::ai
 

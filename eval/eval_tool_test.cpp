@@ -1,6 +1,6 @@
 // The real tovrin-ai-eval binary against scripted model servers: the JSON
-// report field by field, the README's example run, and --replay against
-// validateAnswer.
+// report field by field, the README's example run, --replay, and every
+// refusal of its command line.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "jsonl_reader.hpp"
 #include "testing/files.hpp"
 #include "testing/loopback_server.hpp"
 #include "testing/process_runner.hpp"
+#include "tovrin/ai/watchdog.hpp"
 
 namespace tovrin::ai::eval {
 namespace {
@@ -41,6 +41,19 @@ void clearLatencies(Json& report) {
   for (const char* groups : {"byKind", "byTag"}) {
     for (auto& [name, group] : report["summary"][groups].items()) group["latencyMs"] = zero;
   }
+}
+
+// The readable report without what varies from run to run: the endpoint,
+// and the three latency columns of the first table.
+std::string withoutLatencies(const std::string& out, const std::string& endpoint) {
+  std::istringstream lines(out);
+  std::string kept;
+  bool inTable = false;
+  for (std::string line; std::getline(lines, line);) {
+    inTable = line.ends_with("p99 ms") || (inTable && !line.empty());
+    kept += (inTable ? line.substr(0, line.size() - 30) : line) + "\n";
+  }
+  return kept.replace(kept.find(endpoint), endpoint.size(), "@");
 }
 
 // Seven lines (testdata/seven_cases.jsonl), each outcome once: accepted at
@@ -75,19 +88,10 @@ TEST(EvalTool, JsonReportHoldsEveryRunAndTheSummary) {
                            "\"temperature\":0.2,\"top_p\":0.5,\"max_tokens\":80,"}) {
     EXPECT_NE(server.requests()[0].find(part), std::string::npos) << part;
   }
-  // The readable report: its heading, the row of all runs, which score is
-  // whose, and which label only the template gave.
-  EXPECT_EQ(result.out.substr(0, result.out.find("\n\n")),
-            "tovrin-ai-eval: 7 requests from 7 lines, model loopback-model at " + server.endpoint() +
-                ", no helper text");
-  for (const char* line :
-       {"\nall                                     7         3         2         1         1        10",
-        "\nAntiCheatTriage, the model's own answers: 0 of 1 labels right",
-        "\nexpected answers: 0 of 1 matched by the model, 1 in what the game receives\n",
-        "\n  line 7, run 1: template WATCH (expected HIGH), error: AI endpoint returned HTTP/1.1 503 "
-        "Service Unavailable\n"}) {
-    EXPECT_NE(result.out.find(line), std::string::npos) << line << "\n" << result.out;
-  }
+  // The readable report says which score is whose, and which label only
+  // the template gave.
+  EXPECT_EQ(withoutLatencies(result.out, server.endpoint()),
+            test::readFile(kSourceDir / "eval/testdata/seven_cases_table.txt"));
 }
 
 TEST(EvalTool, FallbackServerAnswersWhenTheFirstFails) {
@@ -222,44 +226,27 @@ TEST(EvalTool, ReadmeExampleRunsAndItsPageRendersInChromium) {
   EXPECT_GT(fs::exists(picture) ? fs::file_size(picture) : 0, 0u);
 }
 
-TEST(EvalTool, ReplayGivesTheVerdictsOfValidateAnswer) {
-  const fs::path samples = kSourceDir / "examples/eval/requests.jsonl";
-  std::istringstream file(test::readFile(samples));
-  const ReadResult input = readCases(file, "samples");
-  ASSERT_TRUE(input.errors.empty());
-
-  const EvalRun run;
-  const test::ProcessResult result = run.run({"--replay", "--json", "r.json", samples.string()});
-  ASSERT_EQ(result.exitStatus, 0) << result.err;
-  const Json report = run.report("r.json");
-  EXPECT_EQ(report["mode"], "replay");
-  EXPECT_FALSE(report.contains("settings"));
-
-  Json verdicts = Json::array(), expected = Json::array();
-  std::size_t passed = 0;
-  for (const Json& entry : report["results"]) verdicts.push_back({entry["line"], entry["response"]["watchdogReasons"]});
-  for (const EvalCase& evalCase : input.cases) {
-    const WatchdogVerdict verdict = validateAnswer(evalCase.answer.value_or(""), applyToolFacts(evalCase.request));
-    expected.push_back({evalCase.line, verdict.reasons});
-    passed += verdict.passed ? 1 : 0;
-  }
-  EXPECT_EQ(verdicts, expected);
-  // The samples show passing and rejected answers alike.
-  EXPECT_GT(passed, 0u);
-  EXPECT_LT(passed, input.cases.size());
-}
-
+// The watchdog's verdicts on the answers as written, the tools' exact
+// results applied first (line 5); a line without an answer is left out.
 TEST(EvalTool, ReplayTableReadsAsWritten) {
   const EvalRun run;
   run.write("in.jsonl", R"({"message": "Kolik je 2+2?", "kind": "ShortAnswer", "answer": "Jsou to 4.", "tags": ["počty"]}
 {"message": "ty lamo", "kind": "ChatModeration", "expected": "WARN", "answer": "warn"}
 {"message": "Jak na mapu?", "kind": "ShortAnswer", "answer": "Napiš /mapa, je to 5 kroků.", "tags": ["počty"]}
 {"message": "bez odpovědi"}
+{"message": "Kolik je 3*3?", "kind": "ShortAnswer", "answer": "Asi 10."}
 )");
-  const test::ProcessResult result = run.run({"--replay", "in.jsonl"});
+  const test::ProcessResult result = run.run({"--replay", "--json", "r.json", "in.jsonl"});
   EXPECT_EQ(result.exitStatus, 0);
   EXPECT_EQ(result.err, "");
   EXPECT_EQ(result.out, test::readFile(kSourceDir / "eval/testdata/replay_table.txt"));
+  const Json report = run.report("r.json");
+  EXPECT_EQ(report["mode"], "replay");
+  EXPECT_FALSE(report.contains("settings"));
+  Json verdicts = Json::array();
+  for (const Json& entry : report["results"]) verdicts.push_back({entry["line"], entry["response"]["watchdogReasons"]});
+  EXPECT_EQ(verdicts, Json::parse(R"([[1, []], [2, ["invalid_moderation_label"]], [3, ["slash_command_forbidden"]],
+                                      [5, ["missing_tool_value:9", "unexpected_number:10"]]])"));
 }
 
 // Every refusal ends the tool with status 2 and a line naming the problem
@@ -276,7 +263,6 @@ TEST(EvalTool, RefusalsStopBeforeAnyModelCall) {
       {"no_input", {"--replay"}, "no input file"},
       {"two_inputs", {"in.jsonl", "b.jsonl"}, "only one input file: b.jsonl"},
       {"misspelt_option", {"--modle", "m", "in.jsonl"}, "unknown option: --modle"},
-      {"single_dash_option", {"-x", "in.jsonl"}, "unknown option: -x"},
       {"value_missing_at_end", {"in.jsonl", "--model"}, "--model needs a value"},
       {"flag_with_value", {"--replay=yes", "in.jsonl"}, "--replay takes no value"},
       {"timeout_with_unit", {"--timeout", "5s", "in.jsonl"}, "bad value for --timeout: 5s"},
@@ -289,11 +275,9 @@ TEST(EvalTool, RefusalsStopBeforeAnyModelCall) {
       {"repeat_overflow", {"--repeat", "99999999999999999999", "in.jsonl"}, "bad value for --repeat: 99999999999999999999 (1 to 1000)"},
       {"concurrency_zero", {"--concurrency", "0", "in.jsonl"}, "bad value for --concurrency: 0 (1 to 64)"},
       {"concurrency_above_limit", {"--concurrency=65", "in.jsonl"}, "bad value for --concurrency: 65 (1 to 64)"},
-      {"endpoint_empty", {"--endpoint=", "in.jsonl"}, "bad value for --endpoint: : AI endpoint must use http://"},
-      {"endpoint_ftp", {"--endpoint", "ftp://x", "in.jsonl"}, "bad value for --endpoint: ftp://x: AI endpoint must use http://"},
       {"endpoint_https", {"--endpoint", "https://x/v1", "in.jsonl"}, "bad value for --endpoint: https://x/v1: AI endpoint must use http://"},
       {"endpoint_no_host", {"--endpoint", "http://:80/v1", "in.jsonl"}, "bad value for --endpoint: http://:80/v1: Invalid AI endpoint URL"},
-      {"port_too_big", {"--endpoint", http + ":99999/v1", "in.jsonl"}, "bad value for --endpoint: " + http + ":99999/v1: port must be a number from 1 to 65535"},
+      {"port_just_too_big", {"--endpoint", http + ":65536/v1", "in.jsonl"}, "bad value for --endpoint: " + http + ":65536/v1: port must be a number from 1 to 65535"},
       {"port_not_a_number", {"--endpoint", http + ":abc/v1", "in.jsonl"}, "bad value for --endpoint: " + http + ":abc/v1: port must be a number from 1 to 65535"},
       {"port_zero", {"--endpoint", http + ":0", "in.jsonl"}, "bad value for --endpoint: " + http + ":0: port must be a number from 1 to 65535"},
       {"fallback_endpoint_alone", {"--fallback-endpoint", http + ":1", "in.jsonl"}, "--fallback-endpoint and --fallback-model go together"},

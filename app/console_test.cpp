@@ -96,19 +96,8 @@ TEST_F(Console, AcceptedModelAnswerAndItsRequest) {
   dir_.write("assets/ai/czech_helper_cs.txt", "Piš spisovně.\r\n");
   const LoopbackServer server({test::chatCompletionStep("Lokální AI funguje.")}, kConsolePort);
   expectRun({"accepted", {}, "ok=true model=Qwen2.5-1.5B-Instruct-Q8 attempts=1 fallback=false\nLokální AI funguje.\n", "", 0});
-  const std::string body =
-      "{\"model\":\"Qwen2.5-1.5B-Instruct-Q8\",\"messages\":[{\"role\":\"system\",\"content\":\""
-      "Jsi lokální AI modul hry postavené na Tovrin Engine. Odpovídej stručně a přirozeně česky. "
-      "Nevymýšlej příkazy, čísla, odměny, oprávnění ani fakta herního světa. Dodaná fakta a výsledky "
-      "nástrojů jsou závazné. Maximálně dvě krátké věty. Když si nejsi jistý, řekni to. "
-      "\\nČESKÝ POMOCNÍK A PRAVIDLA:\\nPiš spisovně.\\r\\n\"},"
-      "{\"role\":\"user\",\"content\":\"DOTAZ HRÁČE:\\nŘekni jednou krátkou větou, že lokální AI v "
-      "Tovrin Engine funguje.\\n\\nVrať pouze finální odpověď.\"}],"
-      "\"temperature\":0.03,\"top_p\":0.8,\"max_tokens\":80,\"cache_prompt\":true,\"stream\":false}";
-  EXPECT_EQ(server.requests(),
-            std::vector<std::string>{
-                "POST /v1/chat/completions HTTP/1.1\r\nHost: 127.0.0.1:17944\r\nContent-Type: application/json\r\n"
-                "Accept: application/json\r\nConnection: close\r\nContent-Length: 668\r\n\r\n" + body});
+  // The request the program sent, as a real server would have received it.
+  EXPECT_EQ(server.requests(), std::vector<std::string>{test::readFile(TOVRIN_AI_TESTDATA "/accepted.request")});
 }
 
 // ASCII reads the same in every code page Windows may decode it with; other

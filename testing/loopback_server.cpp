@@ -2,6 +2,7 @@
 
 #include "tovrin/ai/text.hpp"
 #include "tovrin/ai/transport.hpp"
+#include "transport/wakeable_exchange.hpp"
 
 #include <algorithm>
 #include <array>
@@ -46,11 +47,13 @@ LoopbackStep chatCompletionStep(std::string_view rawContent) {
                     "\"usage\":{\"prompt_tokens\":42,\"completion_tokens\":7,\"total_tokens\":49}}");
 }
 
-std::string exchangeOutcome(const std::string& url, std::int64_t timeoutMs,
-                            const std::string& userPrompt) {
+std::string exchangeOutcome(const std::string& url, std::int64_t timeoutMs, const std::string& userPrompt,
+                            const detail::WakeSignal* wake) {
+  const AiRuntimeConfig config{.timeoutMs = timeoutMs};
+  const std::string model = "Qwen2.5-1.5B-Instruct-Q8";
   try {
-    return "returned: " + httpChatCompletion(AiRuntimeConfig{.timeoutMs = timeoutMs}, url,
-                                             "Qwen2.5-1.5B-Instruct-Q8", "system", userPrompt, 80);
+    return "returned: " + (wake ? detail::wakeableChatCompletion(config, url, model, "system", userPrompt, 80, *wake)
+                                : httpChatCompletion(config, url, model, "system", userPrompt, 80));
   } catch (const std::runtime_error& e) {
     return e.what();
   }

@@ -55,10 +55,11 @@ inline LoopbackStep delayedStep(milliseconds delay, LoopbackStep step) {
 // on a thread of its own (for clients on several threads at once).
 enum class Serving { kOneAtATime, kConcurrently };
 
-// One httpChatCompletion to url with the given time-out and user prompt:
-// "returned: <answer>", or the message of the exception it threw.
+// One httpChatCompletion to url with the given time-out and user prompt,
+// or with wake the wakeable exchange: "returned: <answer>", or the message
+// of the exception it threw.
 std::string exchangeOutcome(const std::string& url, std::int64_t timeoutMs = 5000,
-                            const std::string& userPrompt = "Ahoj");
+                            const std::string& userPrompt = "Ahoj", const detail::WakeSignal* wake = nullptr);
 
 class LoopbackServer {
  public:

@@ -10,6 +10,7 @@
 
 #include "testing/loopback_server.hpp"
 #include "testing/process_runner.hpp"
+#include "transport/socket_platform.hpp"
 
 namespace tovrin::ai {
 namespace {
@@ -50,14 +51,22 @@ TEST(HostileServer, EndsInItsOutcomeWithinTheTimeout) {
        {.answer = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n19\r\n{\"message\":{\"content\":\"Ah\r\n5\r\noj\"}}\r\n0\r\n\r\n"},
        "returned: Ah\r\n5\r\noj"},
   };
+  const detail::WakeSignal unraised;
+  const std::string kLongPrompt(300000, 'x');
   for (const auto& c : kCases) {
-    if (c.step.resetAtEnd && !c.step.answer.empty() && test::runningUnderWine()) {
-      continue;  // Wine turns the server's abortive close into an orderly one
+    // Wine turns the server's abortive close into an orderly one, sooner or
+    // later, so the two exchanges may see either.
+    if (c.step.resetAtEnd && test::runningUnderWine()) continue;
+    // Both exchanges, the wakeable one unraised, send the same bytes and
+    // end the same way; a request large enough to need several sends.
+    const LoopbackServer server({c.step}, 0, test::Serving::kConcurrently);
+    for (const detail::WakeSignal* wake : {static_cast<const detail::WakeSignal*>(nullptr), &unraised}) {
+      const auto start = steady_clock::now();
+      EXPECT_EQ(exchangeOutcome(server.endpoint(), 1000, kLongPrompt, wake), c.outcome) << c.name << (wake ? ", wakeable" : "");
+      EXPECT_LT(steady_clock::now() - start, milliseconds(5000)) << c.name;
     }
-    const LoopbackServer server({c.step});
-    const auto start = steady_clock::now();
-    EXPECT_EQ(exchangeOutcome(server.endpoint(), 1000), c.outcome) << c.name;
-    EXPECT_LT(steady_clock::now() - start, milliseconds(5000)) << c.name;
+    ASSERT_EQ(server.requests().size(), 2u) << c.name;
+    EXPECT_EQ(server.requests()[1], server.requests()[0]) << c.name;
   }
 }
 

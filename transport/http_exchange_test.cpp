@@ -63,9 +63,13 @@ TEST(HttpExchange, EndsInItsOutcome) {
       {"answer_longer_than_one_receive", test::chatCompletionStep(std::string(100000, 'a')),
        "returned: " + std::string(100000, 'a')},
   };
+  // The wakeable exchange, unraised, ends each the same way.
+  const detail::WakeSignal unraised;
   for (const auto& c : kCases) {
     const LoopbackServer server({c.step});
-    EXPECT_EQ(exchangeOutcome(server.endpoint()), c.outcome) << c.name;
+    for (const detail::WakeSignal* wake : {static_cast<const detail::WakeSignal*>(nullptr), &unraised}) {
+      EXPECT_EQ(exchangeOutcome(server.endpoint(), 5000, "Ahoj", wake), c.outcome) << c.name << (wake ? ", wakeable" : "");
+    }
   }
 }
 

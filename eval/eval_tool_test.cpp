@@ -114,17 +114,18 @@ TEST(EvalTool, FallbackServerAnswersWhenTheFirstFails) {
 
 // With --json - standard output holds the JSON alone and the table goes to
 // standard error; a helper text that cannot be read is a warning, and the
-// settings say that none was used.
+// settings say that none was used. More runs than a game's queue holds all
+// wait their turn.
 TEST(EvalTool, JsonToStandardOutputAndAMissingHelper) {
   const test::LoopbackServer server({test::chatCompletionStep("OK")});
   const EvalRun run;
   run.write("in.jsonl", R"({"message": "a", "kind": 4})");
   const test::ProcessResult result =
-      run.run({"--endpoint", server.endpoint(), "--helper", "absent.txt", "--json", "-", "in.jsonl"});
+      run.run({"--endpoint", server.endpoint(), "--helper", "absent.txt", "--repeat", "70", "--json", "-", "in.jsonl"});
   ASSERT_EQ(result.exitStatus, 0) << result.err;
   const Json report = Json::parse(result.out);
   EXPECT_EQ(report["settings"]["helper"], nullptr);
-  EXPECT_EQ(report["summary"]["overall"]["acceptedModel"], 1);
+  EXPECT_EQ(report["summary"]["overall"]["acceptedModel"], 70);
   EXPECT_EQ(result.err.substr(0, result.err.find('\n')),
             "tovrin-ai-eval: warning: cannot read the helper text absent.txt; running without one");
   EXPECT_NE(result.err.find(", no helper text\n"), std::string::npos);
@@ -231,7 +232,7 @@ TEST(EvalTool, ReadmeExampleRunsAndItsPageRendersInChromium) {
 TEST(EvalTool, ReplayTableReadsAsWritten) {
   const EvalRun run;
   run.write("in.jsonl", R"({"message": "Kolik je 2+2?", "kind": "ShortAnswer", "answer": "Jsou to 4.", "tags": ["počty"]}
-{"message": "ty lamo", "kind": "ChatModeration", "expected": "WARN", "answer": "warn"}
+{"message": "ty lamo", "kind": "ChatModeration", "expected": "WARN", "answer": " warn\n"}
 {"message": "Jak na mapu?", "kind": "ShortAnswer", "answer": "Napiš /mapa, je to 5 kroků.", "tags": ["počty"]}
 {"message": "bez odpovědi"}
 {"message": "Kolik je 3*3?", "kind": "ShortAnswer", "answer": "Asi 10."}
@@ -244,9 +245,12 @@ TEST(EvalTool, ReplayTableReadsAsWritten) {
   EXPECT_EQ(report["mode"], "replay");
   EXPECT_FALSE(report.contains("settings"));
   Json verdicts = Json::array();
-  for (const Json& entry : report["results"]) verdicts.push_back({entry["line"], entry["response"]["watchdogReasons"]});
-  EXPECT_EQ(verdicts, Json::parse(R"([[1, []], [2, ["invalid_moderation_label"]], [3, ["slash_command_forbidden"]],
-                                      [5, ["missing_tool_value:9", "unexpected_number:10"]]])"));
+  for (const Json& entry : report["results"]) {
+    verdicts.push_back({entry["line"], entry["response"]["answer"], entry["response"]["watchdogReasons"]});
+  }
+  EXPECT_EQ(verdicts, Json::parse(R"([[1, "Jsou to 4.", []], [2, "warn", ["invalid_moderation_label"]],
+      [3, "Napiš /mapa, je to 5 kroků.", ["slash_command_forbidden"]],
+      [5, "Asi 10.", ["missing_tool_value:9", "unexpected_number:10"]]])"));
 }
 
 // Every refusal ends the tool with status 2 and a line naming the problem

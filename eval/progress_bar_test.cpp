@@ -19,6 +19,7 @@ TEST(FormatProgress, BarRateAndTimeLeft) {
       {"partly_done", 12, 30, 5.0, 0, "[############..................]  12/30  2.4 req/s  left 0:08"},
       {"all_done", 30, 30, 10.0, 0, "[##############################]  30/30  3.0 req/s  left 0:00"},
       {"hours_left", 1, 7201, 1.0, 0, "[..............................]  1/7201  1.0 req/s  left 2:00:00"},
+      {"no_time_yet", 5, 30, 0.0, 0, "[#####.........................]  5/30  - req/s  left -"},
       {"nothing_to_do", 0, 0, 0.0, 0, "[##############################]  0/0  - req/s  left -"},
       // One column short of the width, so that the terminal never wraps.
       {"wide_terminal_full_bar", 12, 30, 5.0, 80, "[############..................]  12/30  2.4 req/s  left 0:08"},

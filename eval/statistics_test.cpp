@@ -118,9 +118,16 @@ TEST(Summarize, ScoresTheModelAloneAndWhatTheGameReceives) {
   EXPECT_EQ(summary.expectedAnswers.matchedForGame, 2u);
 }
 
-// The whole page of a small run, byte for byte, against the page a person
-// looked at in a browser (eval/testdata/small_report.html). On a difference
-// the new page is written beside the test program to be looked at.
+// page against the page a person looked at in a browser
+// (eval/testdata/<name>); on a difference the new page is written beside the
+// test program to be looked at.
+void expectReviewedPage(const std::string& page, const std::string& name) {
+  const std::string reviewed = test::readFile(std::filesystem::path(TOVRIN_AI_SOURCE_DIR) / "eval/testdata" / name);
+  if (page != reviewed) std::ofstream(name, std::ios::binary) << page;
+  EXPECT_EQ(page, reviewed) << name;
+}
+
+// The whole page of a small run, byte for byte.
 TEST(HtmlReport, SmallRunGivesTheReviewedPage) {
   std::vector<EvalCase> cases{
       caseOf(AiRequestKind::NpcDialogue, {"hostinec"}, "To ti dát nemůžu."),
@@ -144,11 +151,35 @@ TEST(HtmlReport, SmallRunGivesTheReviewedPage) {
   options.input = "samples <1>.jsonl";
   options.model = "Qwen č<1>&";
   options.helperPath.clear();
-  const std::string page = htmlReport(options, cases, results, summarize(cases, results));
-  const std::string reviewed =
-      test::readFile(std::filesystem::path(TOVRIN_AI_SOURCE_DIR) / "eval/testdata/small_report.html");
-  if (page != reviewed) std::ofstream("small_report.html", std::ios::binary) << page;
-  EXPECT_EQ(page, reviewed);
+  expectReviewedPage(htmlReport(options, cases, results, summarize(cases, results)), "small_report.html");
+}
+
+// A replay: no model settings, passed and rejected instead of outcomes, no
+// expected answers, and judgements of microseconds.
+TEST(HtmlReport, SmallReplayGivesTheReviewedPage) {
+  std::vector<EvalCase> cases{caseOf(AiRequestKind::ShortAnswer, {"počty"}),
+                              caseOf(AiRequestKind::ChatModeration, {}, "WARN"), caseOf(AiRequestKind::NpcDialogue, {})};
+  std::vector<EvalResult> results{resultOf(0, Outcome::kModel, true, "4"), resultOf(1, Outcome::kRejected, false, "warn"),
+                                  resultOf(2, Outcome::kModel, true, "Ahoj.")};
+  results[1].firstReasons = results[1].finalReasons = {"invalid_moderation_label"};
+  for (std::size_t i = 0; i < results.size(); ++i) {
+    cases[i].line = i + 1;
+    results[i].latencyMs = 0.004 * static_cast<double>(i + 1);
+  }
+  EvalOptions options;
+  options.input = "replay.jsonl";
+  options.replay = true;
+  expectReviewedPage(htmlReport(options, cases, results, summarize(cases, results)), "small_replay.html");
+}
+
+// The latency figures are nearest-rank percentiles of all runs.
+TEST(Summarize, LatencyPercentilesOfAllRuns) {
+  const std::vector<EvalCase> cases{caseOf(AiRequestKind::ShortAnswer, {})};
+  std::vector<EvalResult> results(101, resultOf(0, Outcome::kModel, true, ""));
+  for (std::size_t i = 0; i < results.size(); ++i) results[i].latencyMs = static_cast<double>(i + 1);
+  const LatencySummary latency = summarize(cases, results).overall.latencyMs;
+  EXPECT_EQ(std::vector<double>({latency.p50, latency.p90, latency.p99, latency.max}),
+            std::vector<double>({51, 91, 100, 101}));
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "testing/response_matchers.hpp"
 #include "testing/scripted_transport.hpp"
 #include "tovrin/ai.hpp"
 

@@ -104,15 +104,11 @@ TEST(ExtractArithmeticQuestion, Cases) {
     std::string expected;
   } kCases[] = {
       {"phrase_only", "kolik je", ""},
-      {"shorter_than_phrase", "kolik j", ""},
-      {"all_operators", "kolik je (1+2)*3-4/5%6.5=", " (1+2)*3-4/5%6.5"},
       {"skips_until_accepted", "Řekni, kolik je: (1 + 2) * 3 !", " (1 + 2) * 3"},
       {"white_space_kinds", "KOLIK JE\t\v5\f\r\n", "\t\v5"},
       {"first_phrase_only", "kolik je x, kolik je 3", ""},
       {"no_word_boundary", "kolik jest 4", " 4"},
       {"high_bytes_skipped", "kolik je\xc2\xa0" "5+1", "5+1"},
-      {"letter_ends", "kolik je 5 a 6", " 5"},
-      {"mixed_case_phrase", "KoLiK jE 9", " 9"},
   };
   for (const auto& c : kCases) {
     EXPECT_EQ(extractArithmeticQuestion(c.message), c.expected) << c.name;
@@ -139,12 +135,6 @@ TEST(FormatToolNumber, Cases) {
   for (const auto& c : kCases) {
     EXPECT_EQ(formatToolNumber(c.value), c.expected) << c.expected;
   }
-}
-
-TEST(AppendUnique, SkipsEmptyAndEqualTexts) {
-  Texts list{"a"};
-  for (const char* text : {"", "a", "a ", "A", "a"}) appendUnique(list, text);
-  EXPECT_EQ(list, (Texts{"a", "a ", "A"}));
 }
 
 }  // namespace

@@ -50,17 +50,6 @@ TEST(CheckCommands, Cases) {
   });
 }
 
-TEST(CheckToolValues, Cases) {
-  expectCases(checkToolValues, {
-      {"all_present", {"3", "1"}, "Koupíš 3 chleby a zbude ti 1 mince.", {}},
-      {"in_list_order", {"b", "3", "a", "c"}, "c tři", {"missing_tool_value:b", "missing_tool_value:3", "missing_tool_value:a"}},
-      {"comma_not_normalised", {"3.5"}, "Je to 3,5.", {"missing_tool_value:3.5"}},
-      {"substring_counts", {"42"}, "142", {}},
-      {"empty_entry_skipped", {"", "5"}, "5", {}},
-      {"entry_bytes_unchanged", {"dva\nč"}, "x", {"missing_tool_value:dva\nč"}},
-  });
-}
-
 TEST(CheckNumbers, Cases) {
   expectCases(checkNumbers, {
       {"no_tools_no_rule", {}, "Za 10 mincí.", {}},

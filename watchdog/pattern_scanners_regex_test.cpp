@@ -53,9 +53,5 @@ TEST(PatternScanners, EqualRegexOnGeneratedTexts) {
   }
 }
 
-TEST(PatternScanners, NormalizeDecimalComma) {
-  EXPECT_EQ(normalizeDecimalComma("1,5,x č, 2.0"), "1.5.x č. 2.0");
-}
-
 }  // namespace
 }  // namespace tovrin::ai

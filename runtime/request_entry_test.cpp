@@ -84,17 +84,5 @@ TEST(RequestEntry, Cases) {
   }
 }
 
-TEST(RequestEntry, ToolFactsReachThePrompt) {
-  test::ScriptedTransport script({reply("Je to 84.")});
-  const AiRequest request{.message = "Kolik je 12*(3+4)?", .worldFacts = {"Jsme v hospodě."},
-                          .kind = AiRequestKind::ShortAnswer};
-  EXPECT_TRUE(AiRuntime(with("", ""), script.transport()).ask(request).ok);
-  ASSERT_EQ(script.calls().size(), 1u);
-  EXPECT_EQ(script.calls()[0].userPrompt,
-            "FAKTA HERNÍHO SVĚTA:\n- Jsme v hospodě.\n- Přesný výsledek výpočtu  12*(3+4) je 84.\n"
-            "VÝSLEDKY NÁSTROJE/KALKULAČKY, JSOU ZÁVAZNÉ:\n- 84\nDOTAZ HRÁČE:\nKolik je 12*(3+4)?\n\n"
-            "Vrať pouze finální odpověď.");
-}
-
 }  // namespace
 }  // namespace tovrin::ai

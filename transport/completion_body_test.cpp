@@ -11,15 +11,6 @@ namespace {
 
 using namespace std::string_literals;
 
-TEST(CompletionBody, WorkedExampleIsExact) {
-  EXPECT_EQ(buildCompletionBody("Qwen2.5-1.5B-Instruct-Q8", "Jsi pomocník.\nOdpovídej česky.",
-                                "DOTAZ HRÁČE:\nKolik je 2+2?", 0.03f, 0.8f, 80),
-            R"({"model":"Qwen2.5-1.5B-Instruct-Q8","messages":[)"
-            R"({"role":"system","content":"Jsi pomocník.\nOdpovídej česky."},)"
-            R"({"role":"user","content":"DOTAZ HRÁČE:\nKolik je 2+2?"}],)"
-            R"("temperature":0.03,"top_p":0.8,"max_tokens":80,"cache_prompt":true,"stream":false})");
-}
-
 TEST(CompletionBody, NumbersOfTemperatureAndTopP) {
   constexpr float kInf = std::numeric_limits<float>::infinity();
   const struct {

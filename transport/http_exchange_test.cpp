@@ -28,20 +28,6 @@ std::string closedUrl() {
   return "http://127.0.0.1:" + std::to_string(LoopbackServer(std::vector<LoopbackStep>(1)).port()) + "/";
 }
 
-TEST(HttpExchange, TalksToARecordedServer) {
-  const LoopbackServer server({{.answer = test::readTestdata("stories-normal.response")}});
-  EXPECT_EQ(httpChatCompletion({}, server.endpoint(), "Qwen2.5-1.5B-Instruct-Q8",
-                               "Jsi lokální AI modul hry. Odpovídej stručně a přirozeně česky.",
-                               "DOTAZ HRÁČE:\nKolik je 2+2?\n\nVrať pouze finální odpověď.", 80),
-            "\"Mommy,\" said Johnny.\nThen, a little girl named Lily came to the park. She saw a big, "
-            "scary and wanted to play with it. She asked her mommy, \"Mommy, can you want to play with "
-            "me?\" Her mom");
-  // The recording was made against port 17944.
-  std::string expected = test::readTestdata("stories-normal.request");
-  expected.replace(expected.find("17944"), 5, std::to_string(server.port()));
-  EXPECT_EQ(server.requests(), std::vector<std::string>{expected});
-}
-
 TEST(HttpExchange, EndsInItsOutcome) {
   const struct {
     const char* name;

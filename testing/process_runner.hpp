@@ -3,7 +3,6 @@
 #ifndef TOVRIN_AI_TESTING_PROCESS_RUNNER_HPP_
 #define TOVRIN_AI_TESTING_PROCESS_RUNNER_HPP_
 
-#include <chrono>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -13,17 +12,16 @@ namespace tovrin::ai::test {
 struct ProcessResult {
   std::string out;     // everything written to standard output
   std::string err;     // everything written to standard error
-  int exitStatus = -1; // the exit status; -1 when killed or not started
+  int exitStatus = -1; // the exit status; -1 when a signal ended it
 };
 
-// Starts program with arguments (passed as they are, no shell) in
-// workingDirectory and waits at most limit for it to end; a program still
-// running then is killed. Throws std::runtime_error when it cannot start.
+// Runs program with arguments in workingDirectory through the system's
+// shell (sh or cmd.exe), which takes the arguments as they are, and waits
+// for it to end; the test's own time limit bounds the wait. Throws
+// std::invalid_argument for an argument cmd.exe would change.
 ProcessResult runProcess(const std::filesystem::path& program,
                          const std::vector<std::string>& arguments,
-                         const std::filesystem::path& workingDirectory,
-                         std::chrono::milliseconds limit =
-                             std::chrono::milliseconds(60000));
+                         const std::filesystem::path& workingDirectory);
 
 // Moves this process into a private network namespace whose loopback
 // interface is up, where the platform allows one (Linux); false otherwise.

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <csignal>
 #include <string>
 #include <string_view>
 
@@ -79,27 +78,6 @@ TEST(HostileServer, SixtyFourMebibytesThenClose) {
   const std::string outcome = exchangeOutcome(server.endpoint());
   EXPECT_EQ(outcome.size(), 10 + 64 * kMebibyte);
   EXPECT_EQ(outcome.find_first_not_of('a', 10), std::string::npos);
-}
-
-#ifdef SIGPIPE
-volatile std::sig_atomic_t pipeSignals = 0;
-void countPipeSignal(int) { pipeSignals = pipeSignals + 1; }
-#endif
-
-// Writing to a connection the peer has dropped must fail the send, not
-// raise SIGPIPE (which would end a game that never asked for it).
-TEST(HostileServer, ClosesBeforeReadingWithoutSignal) {
-#ifdef SIGPIPE
-  const auto previous = std::signal(SIGPIPE, countPipeSignal);
-#endif
-  const LoopbackServer server(std::vector<LoopbackStep>{{.readRequest = false}});
-  // Far more than the socket buffers of both ends can take in.
-  EXPECT_EQ(exchangeOutcome(server.endpoint(), 5000, std::string(24 * kMebibyte, 'x')),
-            "Failed to send AI request");
-#ifdef SIGPIPE
-  std::signal(SIGPIPE, previous);
-  EXPECT_EQ(pipeSignals, 0);
-#endif
 }
 
 }  // namespace

@@ -241,72 +241,34 @@ TEST(EvalTool, ReplayTableReadsAsWritten) {
       [5, "Asi 10.", ["missing_tool_value:9", "unexpected_number:10"]]])"));
 }
 
-// Every refusal ends the tool with status 2 and a line naming the problem
-// before any model call. Each row runs against a server that counts the
-// connections; a later --endpoint in a row replaces the server's.
+// Every refusal in testdata/refusals.txt (a command line after "$ ", then
+// the first line it writes to standard error) ends the tool with status 2
+// before any model call. Each runs with a counting server's --endpoint
+// first, which a later --endpoint replaces.
 TEST(EvalTool, RefusalsStopBeforeAnyModelCall) {
-  struct Row {
-    const char* name;
-    std::vector<std::string> args;
-    std::string firstErrorLine;  // after "tovrin-ai-eval: " unless a file's
-  };
-  const std::string http = "http://127.0.0.1";
-  const Row rows[] = {
-      {"no_input", {"--replay"}, "no input file"},
-      {"two_inputs", {"in.jsonl", "b.jsonl"}, "only one input file: b.jsonl"},
-      {"misspelt_option", {"--modle", "m", "in.jsonl"}, "unknown option: --modle"},
-      {"value_missing_at_end", {"in.jsonl", "--model"}, "--model needs a value"},
-      {"flag_with_value", {"--replay=yes", "in.jsonl"}, "--replay takes no value"},
-      {"timeout_with_unit", {"--timeout", "5s", "in.jsonl"}, "bad value for --timeout: 5s"},
-      {"timeout_zero", {"--timeout", "0", "in.jsonl"}, "bad value for --timeout: 0"},
-      {"top_p_above_one", {"--top-p", "1.5", "in.jsonl"}, "bad value for --top-p: 1.5"},
-      {"temperature_nan", {"--temperature", "nan", "in.jsonl"}, "bad value for --temperature: nan"},
-      {"temperature_comma", {"--temperature", "0,3", "in.jsonl"}, "bad value for --temperature: 0,3"},
-      {"repeat_zero", {"--repeat", "0", "in.jsonl"}, "bad value for --repeat: 0 (1 to 1000)"},
-      {"repeat_huge", {"--repeat=4000000000", "in.jsonl"}, "bad value for --repeat: 4000000000 (1 to 1000)"},
-      {"repeat_overflow", {"--repeat", "99999999999999999999", "in.jsonl"}, "bad value for --repeat: 99999999999999999999 (1 to 1000)"},
-      {"concurrency_zero", {"--concurrency", "0", "in.jsonl"}, "bad value for --concurrency: 0 (1 to 64)"},
-      {"concurrency_above_limit", {"--concurrency=65", "in.jsonl"}, "bad value for --concurrency: 65 (1 to 64)"},
-      {"endpoint_https", {"--endpoint", "https://x/v1", "in.jsonl"}, "bad value for --endpoint: https://x/v1: AI endpoint must use http://"},
-      {"endpoint_no_host", {"--endpoint", "http://:80/v1", "in.jsonl"}, "bad value for --endpoint: http://:80/v1: Invalid AI endpoint URL"},
-      {"port_just_too_big", {"--endpoint", http + ":65536/v1", "in.jsonl"}, "bad value for --endpoint: " + http + ":65536/v1: port must be a number from 1 to 65535"},
-      {"port_not_a_number", {"--endpoint", http + ":abc/v1", "in.jsonl"}, "bad value for --endpoint: " + http + ":abc/v1: port must be a number from 1 to 65535"},
-      {"port_zero", {"--endpoint", http + ":0", "in.jsonl"}, "bad value for --endpoint: " + http + ":0: port must be a number from 1 to 65535"},
-      {"fallback_endpoint_alone", {"--fallback-endpoint", http + ":1", "in.jsonl"}, "--fallback-endpoint and --fallback-model go together"},
-      {"fallback_model_alone", {"--fallback-model", "m", "in.jsonl"}, "--fallback-endpoint and --fallback-model go together"},
-      {"fallback_port_bad", {"--fallback-endpoint", http + ":70000", "--fallback-model", "m", "in.jsonl"}, "bad value for --fallback-endpoint: " + http + ":70000: port must be a number from 1 to 65535"},
-      {"both_reports_to_stdout", {"--json", "-", "--html", "-", "in.jsonl"}, "only one of --json and --html can go to standard output"},
-      {"input_directory", {"sub"}, "sub is a directory"},
-      {"input_missing", {"absent.jsonl"}, "cannot read absent.jsonl"},
-      {"input_empty", {"empty.jsonl"}, "empty.jsonl holds no request"},
-      {"input_blank_lines", {"blank.jsonl"}, "blank.jsonl holds no request"},
-      {"json_names_input", {"--json", "in.jsonl", "in.jsonl"}, "--json names the input file in.jsonl"},
-      {"json_names_input_otherwise", {"--json=sub/../in.jsonl", "./in.jsonl"}, "--json names the input file ./in.jsonl"},
-      {"html_names_input", {"--html", "in.jsonl", "in.jsonl"}, "--html names the input file in.jsonl"},
-      {"reports_share_a_file", {"--json", "r", "--html", "./r", "in.jsonl"}, "--json and --html name the same file r"},
-      {"bad_lines", {"bad.jsonl"}, "bad.jsonl:2: unknown field \"worldfacts\""},
-  };
   const test::LoopbackServer server({test::chatCompletionStep("OK")});
   const EvalRun run;
   run.write("in.jsonl", "{\"message\": \"a\"}\n");
   run.write("empty.jsonl", "");
   run.write("blank.jsonl", "\n  \r\n\t\n");
-  run.write("bad.jsonl",
-            "{\"message\": \"a\"}\n"
-            "{\"message\": \"b\", \"worldfacts\": [\"x\"]}\n"
-            "{\"message\": \"c\", \"kind\": 4, \"expected\": \"ok\"}\n");
+  run.write("bad_lines.jsonl", test::readFile(kSourceDir / "eval/testdata/bad_lines.jsonl"));
   fs::create_directories(run.path() / "sub");
-  for (const Row& row : rows) {
+  const std::string expected = test::readFile(kSourceDir / "eval/testdata/refusals.txt");
+  std::istringstream lines(expected);
+  std::string transcript;
+  for (std::string line; std::getline(lines, line);) {
+    if (!line.starts_with("$ tovrin-ai-eval ")) continue;
     std::vector<std::string> args{"--endpoint", server.endpoint()};
-    args.insert(args.end(), row.args.begin(), row.args.end());
+    std::istringstream words(line.substr(17));
+    for (std::string word; words >> word;) args.push_back(word);
     const test::ProcessResult result = run.run(args);
-    EXPECT_EQ(result.exitStatus, 2) << row.name;
-    EXPECT_EQ(result.out, "") << row.name;
-    const std::string prefix = row.name == std::string("bad_lines") ? "" : "tovrin-ai-eval: ";
-    EXPECT_EQ(result.err.substr(0, result.err.find('\n')), prefix + row.firstErrorLine) << row.name;
-    EXPECT_TRUE(server.requests().empty()) << row.name;
-    EXPECT_FALSE(fs::exists(run.path() / "r")) << row.name;
+    transcript += line + "\n" + result.err.substr(0, result.err.find('\n') + 1);
+    EXPECT_EQ(result.exitStatus, 2) << line;
+    EXPECT_EQ(result.out, "") << line;
+    EXPECT_TRUE(server.requests().empty()) << line;
+    EXPECT_FALSE(fs::exists(run.path() / "r")) << line;
   }
+  EXPECT_EQ(transcript, expected);
 }
 
 }  // namespace

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <sstream>
+
+#include "testing/files.hpp"
 
 namespace tovrin::ai::eval {
 namespace {
@@ -28,38 +31,17 @@ TEST(ParseCaseLine, ReadsEveryField) {
   EXPECT_EQ(parsed->tags, (std::vector<std::string>{"t1", "t2"}));
 }
 
-TEST(ParseCaseLine, RejectsWhatWouldSilentlyChangeTheRequest) {
-  const std::string kindError =
-      "kind must be NpcDialogue, CommandHelp, GeneralChat, ShortAnswer, ChatModeration, AntiCheatTriage or a number "
-      "from 0 to 5";
-  const struct {
-    const char* name;
-    std::string line;
-    std::string error;
-  } rows[] = {
-      {"trailing_comma", R"({"message": "a",})", "parse error at line 1, column 17: syntax error while parsing object key - unexpected '}'; expected string literal"},
-      {"invalid_utf8", "{\"message\": \"\xC3\"}", "parse error at line 1, column 15: syntax error while parsing value - invalid string: ill-formed UTF-8 byte; last read: '\"\xC3\"'"},
-      {"array_line", R"(["a"])", "not a JSON object"},
-      {"message_missing", R"({"kind": "ShortAnswer"})", "message is missing"},
-      {"message_empty", R"({"message": ""})", "message is empty"},
-      {"message_not_text", R"({"message": 5})", "message must be a string"},
-      {"misspelt_field", R"({"message": "a", "worldfacts": ["x"]})", "unknown field \"worldfacts\""},
-      {"kind_misspelt", R"({"message": "a", "kind": "NPCDialogue"})", kindError},
-      {"kind_out_of_range", R"({"message": "a", "kind": 6})", kindError},
-      {"kind_negative", R"({"message": "a", "kind": -1})", kindError},
-      {"kind_fraction", R"({"message": "a", "kind": 1.0})", kindError},
-      {"facts_not_a_list", R"({"message": "a", "worldFacts": "x"})", "worldFacts must be an array of strings"},
-      {"tags_with_number", R"({"message": "a", "tags": ["x", 1]})", "tags must be an array of strings"},
-      {"tokens_negative", R"({"message": "a", "maxTokens": -5})", "maxTokens must be a whole number, 0 or more"},
-      {"tokens_fraction", R"({"message": "a", "maxTokens": 1.5})", "maxTokens must be a whole number, 0 or more"},
-      {"label_in_lower_case", R"({"message": "a", "kind": "ChatModeration", "expected": "ok"})", "expected must be a label of ChatModeration"},
-      {"label_of_the_other_kind", R"({"message": "a", "kind": "AntiCheatTriage", "expected": "WARN"})", "expected must be a label of AntiCheatTriage"},
-  };
-  for (const auto& row : rows) {
-    std::string error;
-    EXPECT_FALSE(parseCaseLine(row.line, 1, error)) << row.name;
-    EXPECT_EQ(error, row.error) << row.name;
-  }
+// Each line of testdata/bad_lines.jsonl holds one thing that would silently
+// change a request, and is refused with the error on the same line of
+// testdata/bad_lines_errors.txt.
+TEST(ReadCases, RefusesWhatWouldSilentlyChangeTheRequest) {
+  const std::filesystem::path testdata = std::filesystem::path(TOVRIN_AI_SOURCE_DIR) / "eval/testdata";
+  std::istringstream input(test::readFile(testdata / "bad_lines.jsonl"));
+  const ReadResult result = readCases(input, "bad_lines.jsonl");
+  EXPECT_TRUE(result.cases.empty());
+  std::string errors;
+  for (const std::string& error : result.errors) errors += error + "\n";
+  EXPECT_EQ(errors, test::readFile(testdata / "bad_lines_errors.txt"));
 }
 
 TEST(ReadCases, LineNumbersSurviveBlankLinesBomAndCarriageReturns) {

@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "console_output.hpp"
 #include "testing/files.hpp"
 #include "testing/loopback_server.hpp"
 #include "testing/process_runner.hpp"
@@ -98,17 +97,6 @@ TEST_F(Console, AcceptedModelAnswerAndItsRequest) {
   expectRun({"accepted", {}, "ok=true model=Qwen2.5-1.5B-Instruct-Q8 attempts=1 fallback=false\nLokální AI funguje.\n", "", 0});
   // The request the program sent, as a real server would have received it.
   EXPECT_EQ(server.requests(), std::vector<std::string>{test::readFile(TOVRIN_AI_TESTDATA "/accepted.request")});
-}
-
-// ASCII reads the same in every code page Windows may decode it with; other
-// bytes are only left alone where paths are byte strings.
-TEST(NarrowToPath, KeepsTheText) {
-  EXPECT_EQ(app::narrowToPath("assets/ai/czech_helper_cs.txt").generic_string(), "assets/ai/czech_helper_cs.txt");
-  EXPECT_EQ(app::narrowToPath("a b/.c~1").generic_string(), "a b/.c~1");
-  EXPECT_TRUE(app::narrowToPath("").empty());
-#ifndef _WIN32
-  EXPECT_EQ(app::narrowToPath("\xC5\x98" "ekni/\xFF").native(), "\xC5\x98" "ekni/\xFF");
-#endif
 }
 
 }  // namespace

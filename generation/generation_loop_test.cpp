@@ -14,7 +14,6 @@ using test::expectResponse;
 using test::failWith;
 using test::reply;
 using test::ScriptedTransport;
-using test::ScriptStep;
 
 AiRuntime makeRuntime(const ScriptedTransport& script, bool repair = true,
                       bool watchdog = true) {
@@ -38,7 +37,7 @@ TEST(GenerationLoop, EveryWayAPassCanEnd) {
   const struct {
     const char* name;
     AiRequest request;
-    std::vector<ScriptStep> script;
+    std::vector<test::ScriptStep> script;
     AiResponse expected;
     bool fallbackPass = false;
     bool repair = true;

@@ -37,14 +37,5 @@ TEST(Runtime, HelperFileIsReadOnceAsItsBytes) {
   EXPECT_TRUE(script.calls()[0].systemPrompt.ends_with("\nČESKÝ POMOCNÍK A PRAVIDLA:\n" + bytes));
 }
 
-TEST(Runtime, EmptyTransportBecomesTheHttpTransport) {
-  const AiRuntime runtime(AiRuntimeConfig{.helperPath = {}}, AiTransport{});
-  using Signature = std::string (*)(const AiRuntimeConfig&, const std::string&, const std::string&,
-                                    const std::string&, const std::string&, std::size_t);
-  const Signature* target = runtime.transport.target<Signature>();
-  ASSERT_NE(target, nullptr);
-  EXPECT_EQ(*target, &httpChatCompletion);
-}
-
 }  // namespace
 }  // namespace tovrin::ai

@@ -11,7 +11,6 @@ namespace {
 
 using test::failWith;
 using test::reply;
-using test::ScriptStep;
 using Texts = std::vector<std::string>;
 
 const std::string kPrimary = "http://primary:1/v1/chat/completions";
@@ -21,7 +20,7 @@ const std::string kRejected = "AI answer rejected by watchdog";
 
 struct EntryCase {
   const char* name;
-  std::vector<ScriptStep> script;
+  std::vector<test::ScriptStep> script;
   AiResponse expected;
   Texts calls;  // "<endpoint> <model>" of every transport call
   AiRequest request = kHello;

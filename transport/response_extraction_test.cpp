@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -61,25 +62,16 @@ TEST(ExtractMessageContent, Cases) {
   for (const auto& c : kCases) EXPECT_EQ(outcome(c.body), c.outcome) << c.name;
 }
 
-// Bodies as a real server sent them.
+// Bodies as a real server sent them: testdata/recorded_contents.txt names
+// each recorded response after "== ", then what is made of its body.
 TEST(ExtractMessageContent, RecordedBodies) {
-  const struct {
-    const char* file;
-    std::string outcome;
-  } kCases[] = {
-      {"stories-normal.response",
-       "returned: \"Mommy,\" said Johnny.\nThen, a little girl named Lily came to the park. She saw a big, "
-       "scary and wanted to play with it. She asked her mommy, \"Mommy, can you want to play with me?\" Her mom"},
-      {"stories-short.response", "returned: \"Mommy,\""},
-      {"stories-zero.response", "returned: \""},
-      {"random-rand1.response",
-       "returned: \netoabc Dec multiple technicalMANMANMAN old oldек trained singleGeneratedvie sugg\"]ября "
-       "обра nobles CE Designacci gel району Lib executuper semborld não Dec läng eines lovedmaven grootKS国"
-       "olareŋeground não(\"<³ eer deläß definitionetheFunak seinen permanelle \xc2\xa0 pidasures"},
-      {"stories-bad.response", kNoContent},
-      {"stories-wrongpath.response", kNoContent},
-  };
-  for (const auto& c : kCases) EXPECT_EQ(outcome(test::recordedBody(c.file)), c.outcome) << c.file;
+  const std::string expected = test::readTestdata("recorded_contents.txt");
+  std::istringstream lines(expected);
+  std::string outcomes;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with("== ")) outcomes += line + "\n" + outcome(test::recordedBody(line.substr(3))) + "\n";
+  }
+  EXPECT_EQ(outcomes, expected);
 }
 
 // Shapes that make a search restarted at every key quadratic. The bound is

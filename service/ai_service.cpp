@@ -279,6 +279,10 @@ std::string AiService::State::callModel(const AiRuntimeConfig& config,
 
   std::string answer;
   try {
+    if (options.waitForModel) {
+      options.waitForModel(token);
+      if (token.stop_requested()) throw detail::ExchangeInterrupted();
+    }
     answer = callInner(config, endpoint, model, systemPrompt, userPrompt,
                        maxTokens, context);
     // A game transport that returns after the stop is too late.

@@ -233,6 +233,39 @@ TEST(Service, StopsInterruptTheModelCall) {
   }
 }
 
+// A model that is not ready holds each call until it is, or until the
+// request's own stop: the deadline still ends the request on time.
+TEST(Service, WaitForModelHoldsCallsWithinTheirDeadline) {
+  std::mutex mutex;
+  std::condition_variable_any readyChanged;
+  bool ready = false;
+  AiServiceOptions options{1, 4, 10s};
+  options.waitForModel = [&](std::stop_token token) {
+    std::unique_lock<std::mutex> lock(mutex);
+    readyChanged.wait(lock, token, [&] { return ready; });
+  };
+  AiService service(configFor("http://unused/"), options, [](auto&&...) { return std::string("Dobrý den."); });
+  AiSubmission early = submission("Kolik je 6*7?");
+  early.deadline = 60ms;
+  const Clock::time_point start = Clock::now();
+  const AiRequestId timedOut = service.submit(std::move(early));
+  AiCompletion done = collect(service, 1)[timedOut];
+  EXPECT_LT(Clock::now() - start, 60ms + kPromptly);
+  EXPECT_EQ(done.ending, AiEnding::kDeadline);
+  EXPECT_EQ(done.response.answer, "42");
+  const AiRequestId held = service.submit(submission("Ahoj"));
+  std::this_thread::sleep_for(20ms);
+  EXPECT_TRUE(service.poll().empty());
+  {
+    const std::lock_guard<std::mutex> lock(mutex);
+    ready = true;
+  }
+  readyChanged.notify_all();
+  done = collect(service, 1)[held];
+  EXPECT_EQ(done.ending, AiEnding::kAnswered);
+  EXPECT_EQ(done.response.answer, "Dobrý den.");
+}
+
 TEST(Service, GameTransportSeesItsStopAndIsNotWaitedFor) {
   std::atomic<bool> sawStop{false};
   AiService service(configFor("http://unused/"), {1, 4, 50ms}, [&sawStop](auto&&...) {

@@ -58,6 +58,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stop_token>
@@ -83,6 +84,11 @@ struct AiServiceOptions {
   std::size_t workers = 2;          // threads running ask; at least 1
   std::size_t queueLimit = 64;      // requests waiting to start; at least 1
   std::chrono::milliseconds deadline{30000};  // default per request; > 0
+  // Set: called on the worker before every model call with the request's
+  // stop token, and returns once a model call can be made (for instance
+  // when a model server has loaded its model) or once the token is
+  // stopped, at once then. A stopped request's call ends as interrupted.
+  std::function<void(std::stop_token)> waitForModel;
 };
 
 using AiRequestId = std::uint64_t;  // 1, 2, 3... in submission order

@@ -6,6 +6,7 @@
 // run requests against a loopback server.
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -107,9 +108,75 @@ void submitAndPoll(benchmark::State& state, bool loaded) {
   state.counters["median_per_base"] = baseMedian > 0 ? median / baseMedian : 0;
 }
 
+// How long a request waits for a sleeping worker: the game's thread wakes
+// none itself, the timer does. Beside it, in the same loop, how long a
+// sleeping thread takes to wake when notified directly, which is what a
+// wake-up from submit would cost at the least.
+void startLatency(benchmark::State& state) {
+  AiRuntimeConfig config;
+  config.helperPath.clear();
+  AiServiceOptions options;
+  options.workers = 2;
+  AiService service(config, options);
+  std::mutex mutex;
+  std::condition_variable wake;
+  Clock::time_point notified;
+  Clock::time_point woke;
+  bool go = false;
+  bool stop = false;
+  std::thread sleeper([&] {
+    std::unique_lock<std::mutex> lock(mutex);
+    for (;;) {
+      wake.wait(lock, [&] { return go || stop; });
+      if (stop) return;
+      woke = Clock::now();
+      go = false;
+    }
+  });
+  std::vector<double> figure;
+  std::vector<double> baseline;
+  std::vector<AiCompletion> done;
+  for (auto _ : state) {
+    std::this_thread::sleep_for(std::chrono::microseconds(7000 + figure.size() * 37 % 3000));
+    service.submit(AiSubmission{});  // an empty message: ask returns at once
+    do {
+      std::this_thread::sleep_for(std::chrono::microseconds(200));
+    } while (service.poll(done) == 0);
+    figure.push_back(micros(done[0].trace.queueWait));
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    {
+      const std::lock_guard<std::mutex> lock(mutex);
+      go = true;
+      notified = Clock::now();
+    }
+    wake.notify_one();
+    while (true) {
+      std::this_thread::sleep_for(std::chrono::microseconds(100));
+      const std::lock_guard<std::mutex> lock(mutex);
+      if (!go) break;
+    }
+    baseline.push_back(micros(woke - notified));
+    state.SetIterationTime(figure.back() / 1e6);
+  }
+  {
+    const std::lock_guard<std::mutex> lock(mutex);
+    stop = true;
+  }
+  wake.notify_one();
+  sleeper.join();
+  state.counters["median_us"] = percentile(figure, 0.5);
+  state.counters["p99_us"] = percentile(figure, 0.99);
+  state.counters["max_us"] = figure.back();  // sorted by percentile()
+  state.counters["base_median_us"] = percentile(baseline, 0.5);
+  state.counters["base_p99_us"] = percentile(baseline, 0.99);
+}
+
 }  // namespace
 
 void registerServiceBenchmarks() {
+  benchmark::RegisterBenchmark("service/startLatency/sleepingWorkers", startLatency)
+      ->UseManualTime()
+      ->Iterations(600);
   benchmark::RegisterBenchmark(
       "service/submitPoll/idle",
       [](benchmark::State& state) { submitAndPoll(state, false); })

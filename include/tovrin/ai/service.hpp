@@ -27,28 +27,48 @@
 // Guarantees:
 //   * submit, poll and pending take no lock and make no system call beyond
 //     the allocator's: requests and completions pass through lock-free
-//     lists, so the game's thread never waits for a worker. When every
-//     worker sleeps, a new request starts within 5 ms. cancel takes the
-//     service's lock for bookkeeping only; no lock is held while ask runs.
+//     lists, so the game's thread never waits for a worker. It wakes no
+//     thread either: when every worker sleeps, a new request starts at the
+//     service timer's next look, at most 4 ms later, plus the time the
+//     system takes to wake a worker (p99 4.1 ms in docs/performance.md).
+//     cancel takes the service's lock for bookkeeping only; no lock is held
+//     while ask runs.
 //   * Exactly one completion for every submitted request: answered by the
 //     runtime, rejected by a full queue, superseded, cancelled, timed out,
-//     or ended by the service's shutdown. Its ending says which.
+//     failed, or ended by the service's shutdown. Its ending says which.
 //   * Requests with the same conversation key are answered one after
 //     another in the order submitted; other requests run side by side, up
 //     to the number of workers.
-//   * A deadline bounds the whole request, from submission. When it passes
-//     (or the request is cancelled, or the service shuts down) the model
-//     call in flight is interrupted within a few milliseconds and the
-//     request ends as if that call had failed: the template answer where
-//     one fits, otherwise ok == false with the ending's fixed error text.
+//   * A deadline bounds the whole request, from submission. Any deadline
+//     from 1 ms to milliseconds::max() holds; one beyond what the clock can
+//     hold is no deadline.
+//   * A cancel, a deadline or the service's shutdown ends its request
+//     within 50 ms, whatever the server does (silent, dripping, never
+//     reading) and however large the request or the answer. The model call
+//     in flight is interrupted and the request ends as if that call had
+//     failed: the template answer where one fits, otherwise ok == false
+//     with the ending's fixed error text. When the worker cannot let go at
+//     once (a game's transport that ignores its token, an answer of many
+//     megabytes being judged, or a stop that came after the last model
+//     call) the service completes the request 10 ms after the stop without
+//     it, in the same way, and drops what the worker produces later.
+//   * Where these bounds stop: completing a stopped request means building
+//     its template answer, about 3.5 ms per MiB of message, so a message
+//     of more than about 10 MiB takes that much longer. A name lookup (an
+//     endpoint host that is not an IP address) cannot be interrupted: the
+//     request still ends on time, but its worker stays busy until the
+//     resolver returns.
 //   * With the default transport an interrupted exchange closes its own
 //     connection on its worker; nothing else ever touches the socket.
 //   * A transport the game supplies is never interrupted. It may read
-//     currentStopToken() and return early; at the deadline (or on cancel)
-//     the service completes the request without waiting for it, and drops
-//     whatever it returns later.
-//   * The destructor ends every request and joins its threads; with the
-//     default transport that takes a few milliseconds, whatever the server.
+//     currentStopToken() and return early; the service does not wait for
+//     it, and drops whatever it returns later.
+//   * The destructor ends every request and, with the default transport,
+//     returns within 50 ms whatever the server. A worker still judging an
+//     answer of many megabytes then (about 2 ms per MiB) finishes that
+//     alone and releases the service's memory and descriptors when it
+//     ends. With a transport the game supplies the destructor waits for
+//     every call of it to return.
 //
 // This header is not part of <tovrin/ai.hpp>: a game that links only
 // tovrin::ai gets no thread. Link tovrin::ai_service to use it.
@@ -179,17 +199,19 @@ class AiService {
   std::size_t poll(std::vector<AiCompletion>& out);
   std::vector<AiCompletion> poll();
 
-  // Ends the request with kCancelled: at once when it is queued, within a
-  // poll of its model call when it runs. False when id is unknown or
-  // already finished.
+  // Ends the request with kCancelled: at once when it is queued, within
+  // 50 ms when it runs. True means it ends with kCancelled, also for a
+  // second cancel of it; false when id is unknown, already finished, or
+  // already ending for its deadline or the service's shutdown.
   bool cancel(AiRequestId id);
 
   // Requests submitted and not yet finished (queued or running).
   std::size_t pending() const;
 
-  // Ends every request with kShutdown and joins the workers; afterwards
-  // poll() still hands out the last completions. Waits for a transport
-  // the game supplied to return. Safe to call twice.
+  // Ends every request with kShutdown and stops the threads, as the
+  // destructor does; afterwards poll() still hands out the last
+  // completions. Waits for a transport the game supplied to return. Safe
+  // to call twice.
   void shutdown();
 
   // The runtime the workers share (read-only).
@@ -197,7 +219,7 @@ class AiService {
 
  private:
   struct State;
-  std::unique_ptr<State> state_;
+  std::shared_ptr<State> state_;
 };
 
 }  // namespace tovrin::ai

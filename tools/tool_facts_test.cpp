@@ -51,6 +51,13 @@ TEST(ApplyToolFacts, Cases) {
       {"run_beyond_64_bits", "Mám 99999999999999999999 mincí a chleba stojí 3 mince. Vezmu 1 jablko a vrátím 2. Kolik je 1+1?",
        {"2"}, {"Přesný výsledek výpočtu  1+1 je 2."}},
       {"nothing_asked", "Ahoj, jak se máš?", {}, {}},
+      // Words one letter short of each phrase ask for nothing.
+      {"coin_near_miss", "Mám 10 minut a chleba stojí 3.", {}, {}},
+      {"price_near_miss", "Mám 10 mincí a chleba: stojánek 3.", {}, {}},
+      {"bread_near_miss", "Mám 10 mincí, chlev a chlévy stojí 3.", {}, {}},
+      {"apple_near_miss", "Na stole je 5 jabot, vezmu 2 a 1 vrátím.", {}, {}},
+      {"take_near_miss", "Na stole je 5 jablek, vezu 2 a 1 vrátím.", {}, {}},
+      {"return_near_miss", "Na stole je 5 jablek, vezmu 2, 1 vrácím, vrazím.", {}, {}},
   };
   for (const auto& c : kCases) {
     const AiRequest got = applyToolFacts({.message = c.message});
@@ -104,6 +111,7 @@ TEST(ExtractArithmeticQuestion, Cases) {
     std::string expected;
   } kCases[] = {
       {"phrase_only", "kolik je", ""},
+      {"phrase_near_miss", "kolik ji 5", ""},
       {"skips_until_accepted", "Řekni, kolik je: (1 + 2) * 3 !", " (1 + 2) * 3"},
       {"white_space_kinds", "KOLIK JE\t\v5\f\r\n", "\t\v5"},
       {"first_phrase_only", "kolik je x, kolik je 3", ""},

@@ -153,7 +153,7 @@ TEST(ServiceStops, DISABLED_RequestLargerThanTheSocketBuffersToAServerThatNeverR
 // Judging an answer of many megabytes takes a while. A stop that lands
 // after the answer arrived still ends the request as stopped, on time.
 TEST(ServiceStops, HugeAnswerStoppedWhileJudged) {
-  test::LoopbackServer server({test::chatCompletionStep(std::string(64 << 20, 'a'))});
+  test::LoopbackServer server({test::chatCompletionStep(std::string(32 << 20, 'a'))});
   AiRuntimeConfig config = configFor(server.endpoint());
   config.repairEnabled = false;
   // An unhindered run shows when the answer has arrived and when judging

@@ -33,7 +33,9 @@ void AiService::State::substituteLoop() {
 void AiService::State::completeWithSubstitute(
     std::unique_lock<std::mutex>& lock, const RecordPtr& record) {
   const AiEnding reason = record->stopReason.load();
-  AiRequestTrace trace = record->trace;
+  // Moved, not copied: a call's answer may be many megabytes. What the
+  // worker records from now on is dropped with the record.
+  AiRequestTrace trace = std::move(record->trace);
   if (record->openCall) {
     AiModelCallTrace call = *record->openCall;
     call.duration = detail::since(call.start);

@@ -1,6 +1,8 @@
 // The platform seam of the transport: the few socket calls it makes, on
-// Winsock 2 or on POSIX sockets. Nothing else in the project includes a
-// system socket header or tests for a platform.
+// Winsock 2 (socket_windows.cpp) or on Linux sockets (socket_posix.cpp),
+// which CMake picks, and the portable rest (socket_common.cpp). Nothing
+// else in the project includes a system socket header or tests for a
+// platform.
 #ifndef TOVRIN_AI_TRANSPORT_SOCKET_PLATFORM_HPP_
 #define TOVRIN_AI_TRANSPORT_SOCKET_PLATFORM_HPP_
 

@@ -128,7 +128,7 @@ void LoopbackServer::handle(detail::Socket connection, const LoopbackStep& step)
     const std::lock_guard<std::mutex> lock(mutex_);
     requests_.push_back(std::move(request));
   }
-  if (!step.readRequest || (step.delay.count() > 0 && !pauseFor(step.delay))) return;
+  if ((step.delay.count() > 0 && !pauseFor(step.delay)) || !step.readRequest) return;
   detail::setTimeouts(connection, 5000);
   // The fill is made up piece by piece, so a huge answer costs one piece.
   const std::size_t total = answer.size() + step.fillBytes;

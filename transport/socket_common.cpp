@@ -13,8 +13,9 @@ namespace tovrin::ai::detail {
 namespace {
 
 // Both connects: each candidate in the resolver's order gets the time-outs
-// before connecting. With wake, the connect does not block and its wait is
-// waitReady's; without, it is one blocking call.
+// before connecting. With wake, the socket never blocks, from the connect
+// on, and the connect's wait is waitReady's; without, it is one blocking
+// call.
 ConnectResult connectFirst(const std::string& host, const std::string& port,
                            std::uint32_t timeoutMs, const WakeSignal* wake,
                            Socket& connected) {
@@ -43,9 +44,6 @@ ConnectResult connectFirst(const std::string& host, const std::string& port,
         break;
       }
     }
-    // Blocking again, so that every send and receive is the same call as in
-    // connectTcp's exchange; only the wait in front of it differs.
-    if (wake != nullptr && !native::setBlocking(candidate, true)) continue;
     connected = std::move(candidate);
     return ConnectResult::kConnected;
   }

@@ -137,6 +137,18 @@ std::ptrdiff_t receiveSome(const Socket& socket, char* buffer,
   }
 }
 
+std::ptrdiff_t sendNow(const Socket& socket, const char* data,
+                       std::size_t length) {
+  const std::ptrdiff_t sent = sendSome(socket, data, length);
+  return sent < 0 && wouldBlock(errno) ? kWouldBlock : sent;
+}
+
+std::ptrdiff_t receiveNow(const Socket& socket, char* buffer,
+                          std::size_t capacity) {
+  const std::ptrdiff_t received = receiveSome(socket, buffer, capacity);
+  return received < 0 && wouldBlock(errno) ? kWouldBlock : received;
+}
+
 bool listenLoopback(std::uint16_t port, Socket& listener,
                     std::uint16_t& boundPort, int backlog) {
   Socket socket(openSocket(AF_INET, SOCK_STREAM, 0));

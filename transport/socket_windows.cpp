@@ -127,6 +127,18 @@ std::ptrdiff_t receiveSome(const Socket& socket, char* buffer,
   return ::recv(toSocket(socket.native()), buffer, chunk, 0);
 }
 
+std::ptrdiff_t sendNow(const Socket& socket, const char* data,
+                       std::size_t length) {
+  const std::ptrdiff_t sent = sendSome(socket, data, length);
+  return sent < 0 && ::WSAGetLastError() == WSAEWOULDBLOCK ? kWouldBlock : sent;
+}
+
+std::ptrdiff_t receiveNow(const Socket& socket, char* buffer,
+                          std::size_t capacity) {
+  const std::ptrdiff_t received = receiveSome(socket, buffer, capacity);
+  return received < 0 && ::WSAGetLastError() == WSAEWOULDBLOCK ? kWouldBlock : received;
+}
+
 // SO_REUSEADDR on Winsock lets another process take the port over, so the
 // listener keeps the default.
 bool listenLoopback(std::uint16_t port, Socket& listener,

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -64,10 +65,12 @@ TEST(HostileServer, EndsInItsOutcomeWithinTheTimeout) {
        "returned: ok", 400, 8 * kMebibyte},
   };
   const detail::WakeSignal unraised;
+  const bool onLinux = std::filesystem::exists("/proc/sys/net/core/somaxconn") && !test::runningUnderWine();
   for (const auto& c : kCases) {
     // Wine turns the server's abortive close into an orderly one, sooner or
-    // later, so the two exchanges may see either.
-    if (c.step.resetAtEnd && test::runningUnderWine()) continue;
+    // later, so the two exchanges may see either. Winsock fails a blocking
+    // send that outlasts the time-out, where Linux returns the part sent.
+    if ((c.step.resetAtEnd && test::runningUnderWine()) || (c.step.readPart > 0 && !onLinux)) continue;
     // Both exchanges, the wakeable one unraised, end the same way, and each
     // request arrives whole (compared without printing megabytes).
     const test::LoopbackServer server({c.step}, 0, test::Serving::kConcurrently);

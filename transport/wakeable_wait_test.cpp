@@ -55,10 +55,10 @@ TEST(WakeableWait, RaisingEndsTheExchangeAtOnce) {
 // Raised, the signal ends every wait until clear(), which consumes every
 // raise so far.
 TEST(WakeableWait, SignalStaysRaisedUntilCleared) {
-  detail::Socket listener;  // nothing connects: only the signal ends a wait
+  const detail::WakeSignal wake;  // first: it starts the socket library
+  detail::Socket listener;         // nothing connects: only the signal ends a wait
   std::uint16_t port = 0;
   ASSERT_TRUE(detail::listenLoopback(0, listener, port));
-  const detail::WakeSignal wake;
   using enum detail::WaitResult;
   const struct { const char* name; int raises; bool clear; detail::WaitResult wait; } kSteps[] = {
       {"new", 0, false, kTimedOut},

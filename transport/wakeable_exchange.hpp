@@ -26,10 +26,11 @@ class ExchangeInterrupted : public std::runtime_error {
 // this thread and ExchangeInterrupted is thrown; wake stays raised. Raised
 // before the call, it interrupts before the first byte is sent. The name
 // lookup is the one step a raise cannot end: it takes as long as the
-// system's resolver. Otherwise the bytes sent, the answers and the failures
-// are the plain exchange's: sending or receiving fails with its text when
-// one wait of max(config.timeoutMs, 1) ms sees no progress. An unopened wake
-// fails as a socket library that cannot start.
+// system's resolver, and a raise meanwhile is seen at the first wait after.
+// Otherwise the bytes sent, the answers and the fixed failure texts are the
+// plain exchange's; sending or receiving fails exactly when one wait of
+// max(config.timeoutMs, 1) ms sees no progress. An unopened wake fails as a
+// socket library that cannot start.
 std::string wakeableChatCompletion(const AiRuntimeConfig& config,
                                    const std::string& endpoint,
                                    const std::string& model,

@@ -116,19 +116,21 @@ void LoopbackServer::handle(detail::Socket connection, const LoopbackStep& step)
   std::string request;
   const auto deadline = std::chrono::steady_clock::now() + kReadLimit;
   std::array<char, 8192> buffer{};
-  while (step.readRequest && !requestComplete(request) &&
-         std::chrono::steady_clock::now() < deadline && !stopping()) {
+  bool reading = step.readRequest && (step.readPause.count() == 0 || pauseFor(step.readPause));
+  while (reading && !requestComplete(request) && std::chrono::steady_clock::now() < deadline && !stopping()) {
     if (!detail::waitReadable(connection, kPollSliceMs)) continue;
     const std::ptrdiff_t n = detail::receiveSome(connection, buffer.data(), buffer.size());
     if (n <= 0) break;
+    const bool partIn = request.size() < step.readPart && request.size() + static_cast<std::size_t>(n) >= step.readPart;
     request.append(buffer.data(), static_cast<std::size_t>(n));
+    reading = !partIn || pauseFor(step.readPause);
   }
   const std::string answer = step.respond ? step.respond(request) : step.answer;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     requests_.push_back(std::move(request));
   }
-  if (!step.readRequest || (step.delay.count() > 0 && !pauseFor(step.delay))) return;
+  if ((step.delay.count() > 0 && !pauseFor(step.delay)) || !step.readRequest) return;
   detail::setTimeouts(connection, 5000);
   // The fill is made up piece by piece, so a huge answer costs one piece.
   const std::size_t total = answer.size() + step.fillBytes;

@@ -27,8 +27,10 @@ using std::chrono::milliseconds;
 // closes without a byte of answer.
 struct LoopbackStep {
   std::string answer;              // bytes sent back
-  bool readRequest = true;         // false: close at once, request unread
-  milliseconds delay{0};           // pause before answering
+  bool readRequest = true;         // false: close after the delay, unread
+  milliseconds delay{0};           // pause before answering (or closing)
+  milliseconds readPause{0};       // >0: pause before reading the request
+  std::size_t readPart = 0;        //   and again once this much of it is in
   std::size_t fillBytes = 0;       // then this many 'a', made up while sent
   std::size_t dripBytes = 0;       // >0: send this many at a time
   milliseconds dripPause{0};       //   with this pause between pieces

@@ -63,9 +63,10 @@ std::size_t acceptedBodyStart(std::string_view text) {
   return headEnd + kHeadEnd.size();
 }
 
-// The wakeable twins of sendAll and receiveAll: the same blocking calls,
-// each after a wait for the socket or the wake signal. A socket that is
-// ready makes the call return at once, as the plain exchange's would.
+// The wakeable twins of sendAll and receiveAll: each call is made after a
+// wait for the socket or the wake signal, on a socket that never blocks, so
+// a raise is seen at the next wait. A wait of the whole time-out without
+// progress fails as the plain exchange's blocking call would.
 void waitOrThrow(const detail::Socket& socket, bool forWrite,
                  std::uint32_t timeoutMs, const detail::WakeSignal& wake,
                  const char* failure) {
@@ -88,7 +89,8 @@ void sendAllWakeable(const detail::Socket& socket, const std::string& request,
   while (sent < request.size()) {
     waitOrThrow(socket, true, timeoutMs, wake, kSendFailed);
     const std::ptrdiff_t n =
-        detail::sendSome(socket, request.data() + sent, request.size() - sent);
+        detail::sendNow(socket, request.data() + sent, request.size() - sent);
+    if (n == detail::kWouldBlock) continue;
     if (n < 1) throw std::runtime_error(kSendFailed);
     sent += static_cast<std::size_t>(n);
   }
@@ -102,8 +104,9 @@ std::string receiveAllWakeable(const detail::Socket& socket,
   for (;;) {
     waitOrThrow(socket, false, timeoutMs, wake, kReceiveFailed);
     const std::ptrdiff_t n =
-        detail::receiveSome(socket, buffer.data(), buffer.size());
+        detail::receiveNow(socket, buffer.data(), buffer.size());
     if (n == 0) return response;
+    if (n == detail::kWouldBlock) continue;
     if (n < 0) throw std::runtime_error(kReceiveFailed);
     response.append(buffer.data(), static_cast<std::size_t>(n));
   }

@@ -1,6 +1,8 @@
 // The platform seam of the transport: the few socket calls it makes, on
-// Winsock 2 or on POSIX sockets. Nothing else in the project includes a
-// system socket header or tests for a platform.
+// Winsock 2 (socket_windows.cpp) or on Linux sockets (socket_posix.cpp),
+// which CMake picks, and the portable rest (socket_common.cpp). Nothing
+// else in the project includes a system socket header or tests for a
+// platform.
 #ifndef TOVRIN_AI_TRANSPORT_SOCKET_PLATFORM_HPP_
 #define TOVRIN_AI_TRANSPORT_SOCKET_PLATFORM_HPP_
 
@@ -66,7 +68,8 @@ enum class ConnectResult {
 // Resolves host and port (any family, stream sockets) and connects to the
 // first address, in the resolver's order, that accepts. The receive and
 // send time-outs are set on each candidate before connecting; refused
-// candidates are closed before the next one is tried.
+// candidates are closed before the next one is tried. The name lookup
+// (getaddrinfo) blocks for as long as the system's resolver takes.
 ConnectResult connectTcp(const std::string& host, const std::string& port,
                          std::uint32_t timeoutMs, Socket& connected);
 
@@ -109,7 +112,9 @@ void resetOnClose(const Socket& socket);
 // A blocked exchange that another thread can end at once. The socket is
 // only ever used and closed by the thread that waits on it; the other thread
 // touches nothing but the wake signal, so an interruption can never close a
-// descriptor twice or use one after it is closed.
+// descriptor twice or use one after it is closed. The socket never blocks:
+// every call moves what it can at once, and the only waits are waitReady's,
+// which watch the signal. Only the name lookup cannot be woken.
 
 // A signal that waits watch beside their socket: a non-blocking pipe on
 // POSIX, a datagram socket connected to itself on Winsock (WSAPoll watches
@@ -146,14 +151,30 @@ enum class WaitResult {
 WaitResult waitReady(const Socket& socket, bool forWrite,
                      std::uint32_t timeoutMs, const WakeSignal& wake);
 
-// connectTcp for a wakeable exchange: the same resolver order, time-outs
+// connectTcp for a wakeable exchange: the same resolver, order, time-outs
 // and failures, but each candidate connects without blocking and waits with
-// waitReady, at most timeoutMs. The connected socket blocks again, with the
-// time-outs set, exactly as connectTcp leaves it. kInterrupted when woken.
+// waitReady, at most timeoutMs. kInterrupted when woken, before or while
+// connecting; the lookup before it is not watched. The connected socket
+// stays non-blocking: use sendNow and receiveNow on it.
 ConnectResult connectTcpWakeable(const std::string& host,
                                  const std::string& port,
                                  std::uint32_t timeoutMs,
                                  const WakeSignal& wake, Socket& connected);
+
+// What sendNow and receiveNow return when the socket can take or give
+// nothing yet: wait with waitReady, then call again.
+inline constexpr std::ptrdiff_t kWouldBlock = -2;
+
+// sendSome on a non-blocking socket: the bytes taken at once (as many as
+// fit), kWouldBlock when none fit, -1 on failure. Never waits.
+std::ptrdiff_t sendNow(const Socket& socket, const char* data,
+                       std::size_t length);
+
+// receiveSome on a non-blocking socket: the bytes read at once, 0 when the
+// peer has closed, kWouldBlock when nothing has arrived, -1 on failure.
+// Never waits.
+std::ptrdiff_t receiveNow(const Socket& socket, char* buffer,
+                          std::size_t capacity);
 
 }  // namespace tovrin::ai::detail
 

@@ -20,12 +20,17 @@ class ExchangeInterrupted : public std::runtime_error {
   ExchangeInterrupted() : std::runtime_error("AI exchange interrupted") {}
 };
 
-// httpChatCompletion whose connect, send and receive waits also end, within
-// one poll, when wake is raised; then the connection is closed on this
-// thread and ExchangeInterrupted is thrown. A raised signal interrupts
-// before the first byte is sent. Each send and receive is the plain
-// exchange's blocking call, made once a wait of at most
-// max(config.timeoutMs, 1) ms finds the socket ready.
+// httpChatCompletion that ends, within one poll, when wake is raised: the
+// connection never blocks, and every wait of connecting, sending and
+// receiving watches wake beside the socket. Then the connection is closed on
+// this thread and ExchangeInterrupted is thrown; wake stays raised. Raised
+// before the call, it interrupts before the first byte is sent. The name
+// lookup is the one step a raise cannot end: it takes as long as the
+// system's resolver, and a raise meanwhile is seen at the first wait after.
+// Otherwise the bytes sent, the answers and the fixed failure texts are the
+// plain exchange's; sending or receiving fails exactly when one wait of
+// max(config.timeoutMs, 1) ms sees no progress. An unopened wake fails as a
+// socket library that cannot start.
 std::string wakeableChatCompletion(const AiRuntimeConfig& config,
                                    const std::string& endpoint,
                                    const std::string& model,

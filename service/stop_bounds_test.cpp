@@ -139,7 +139,7 @@ bool stopAndCheck(const StopRow& row, const AiRuntimeConfig& config, const std::
 
 // A listener that never accepts: the connection is made by the system, the
 // request fills the socket buffers and no byte is ever read.
-TEST(ServiceStops, DISABLED_RequestLargerThanTheSocketBuffersToAServerThatNeverReads) {
+TEST(ServiceStops, RequestLargerThanTheSocketBuffersToAServerThatNeverReads) {
   detail::SocketLibrary library;
   detail::Socket listener;
   std::uint16_t port = 0;
@@ -157,10 +157,9 @@ TEST(ServiceStops, HugeAnswerStoppedWhileJudged) {
   AiRuntimeConfig config = configFor(server.endpoint());
   config.repairEnabled = false;
   // An unhindered run shows when the answer has arrived and when judging
-  // ends; the stops land a quarter into that window.
-  Clock::duration arrived;
-  Clock::duration judged;
-  {
+  // ends; the stops land a quarter into that window. A busy machine shifts
+  // the window, so it is measured again before each try.
+  const auto window = [&config](Clock::duration& arrived, Clock::duration& judged) {
     AiService service(config, {1, 4, 30s});
     const AiRequestId id = service.submit({.request = {.message = "Ahoj"}});
     const auto done = awaitCompletion(service, id, Clock::now() + 30s);
@@ -168,13 +167,17 @@ TEST(ServiceStops, HugeAnswerStoppedWhileJudged) {
     const AiModelCallTrace& call = done->trace.calls[0];
     arrived = call.start - done->trace.submitted + call.duration;
     judged = done->trace.total;
-  }
+  };
   for (const StopRow& row : kStopRows) {
-    // A worker still judging when the service is gone ends alone, soon.
     int tries = 0;
-    while (!stopAndCheck(row, config, "Ahoj", arrived + (judged - arrived) / 4, judged) && ++tries < 3) {
+    for (; tries < 5; ++tries) {
+      Clock::duration arrived{};
+      Clock::duration judged{};
+      window(arrived, judged);
+      // A worker still judging when the service is gone ends alone, soon.
+      if (stopAndCheck(row, config, "Ahoj", arrived + (judged - arrived) / 4, judged)) break;
     }
-    EXPECT_LT(tries, 3) << row.name << ": the stop never landed before the answer";
+    EXPECT_LT(tries, 5) << row.name << ": the stop never landed before the answer";
   }
 }
 

@@ -79,9 +79,10 @@ void killTree(ChildProcess& child);
 // of a program that started servers).
 void killProcess(ChildProcess& child);
 
-// A program path to start: a name without a folder is looked up on PATH
-// (on Windows also with ".exe"); any other path is made absolute against
-// the current folder. Empty when a bare name is not found.
+// A program path to start: a name without a folder is looked up on PATH;
+// any other path is made absolute against the current folder. On Windows
+// ".exe" is added to a name without extension that names no file. Empty
+// when a bare name is not found.
 std::filesystem::path findProgram(const std::filesystem::path& program);
 
 // True while a process with this id runs (a zombie counts as ended).

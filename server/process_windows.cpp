@@ -226,7 +226,13 @@ void killProcess(ChildProcess& child) {
 }
 
 fs::path findProgram(const fs::path& program) {
-  if (program.has_parent_path()) return fs::absolute(program);
+  if (program.has_parent_path()) {
+    // "ai/llama-server" names "ai/llama-server.exe" here, as on the command line.
+    fs::path path = fs::absolute(program);
+    std::error_code error;
+    if (!path.has_extension() && !fs::exists(path, error)) path += ".exe";
+    return path;
+  }
   wchar_t found[MAX_PATH * 4];
   const DWORD length = ::SearchPathW(nullptr, program.wstring().c_str(), L".exe", MAX_PATH * 4, found, nullptr);
   return length > 0 && length < MAX_PATH * 4 ? fs::path(std::wstring(found, length)) : fs::path();

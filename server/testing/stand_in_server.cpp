@@ -20,6 +20,7 @@
 //
 // Times it prints ("ready at", "exiting at") are steady-clock nanoseconds,
 // which on Linux and Windows every process on the machine shares.
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -99,18 +100,23 @@ void sendAll(const detail::Socket& connection, const std::string& bytes) {
   }
 }
 
+// Lines of 63 'x', in blocks of 64 KiB, alternately to stdout and stderr.
 void flood(long long bytes) {
-  const std::string line(63, 'x');
-  for (long long written = 0; written < bytes; written += 64) {
-    std::fprintf(written % 128 == 0 ? stdout : stderr, "%s\n", line.c_str());
+  std::string block;
+  for (int i = 0; i < 1024; ++i) block += std::string(63, 'x') + "\n";
+  for (long long written = 0; written < bytes; written += static_cast<long long>(block.size())) {
+    const std::size_t size = static_cast<std::size_t>(std::min<long long>(bytes - written, static_cast<long long>(block.size())));
+    std::FILE* stream = written / static_cast<long long>(block.size()) % 2 == 0 ? stdout : stderr;
+    std::fwrite(block.data(), 1, size, stream);
+    std::fflush(stream);
   }
-  std::fflush(stderr);
   say("stand-in: flood done");
 }
 
 void spawnSleeper(const std::filesystem::path& self, bool ignoreStop) {
-  // Never deleted: the child must outlive this program unless someone kills it.
-  auto* child = new detail::ChildProcess;
+  // Never destroyed: the child must outlive this program unless someone
+  // kills it. Held by a static, so leak checkers see it reachable.
+  static auto* child = new detail::ChildProcess;
   std::vector<std::string> flags = {"--sleep-ms", "60000"};
   if (ignoreStop) flags.push_back("--ignore-stop");
   const std::string error = detail::spawnProcess({self, flags, {}, false}, *child);

@@ -22,8 +22,11 @@ LogCapture::LogCapture(const std::filesystem::path& file, std::size_t tailBytes)
 }
 
 void LogCapture::append(std::string_view bytes) {
+  {
+    const std::lock_guard<std::mutex> lock(fileMutex_);
+    if (file_.is_open()) file_.write(bytes.data(), static_cast<std::streamsize>(bytes.size())).flush();
+  }
   const std::lock_guard<std::mutex> lock(mutex_);
-  if (file_.is_open()) file_.write(bytes.data(), static_cast<std::streamsize>(bytes.size())).flush();
   held_.append(bytes);
   if (held_.size() > 2 * limit_) {
     held_.erase(0, held_.size() - limit_);
@@ -32,7 +35,7 @@ void LogCapture::append(std::string_view bytes) {
 }
 
 void LogCapture::note(std::string_view line) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<std::mutex> lock(fileMutex_);
   if (file_.is_open()) (file_ << line << '\n').flush();
 }
 

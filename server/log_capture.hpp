@@ -35,9 +35,10 @@ class LogCapture {
 
  private:
   const std::size_t limit_;
-  mutable std::mutex mutex_;
-  std::string held_;         // grows to twice the limit, then loses its oldest half
-  bool cut_ = false;         // held_ lost bytes at its start
+  mutable std::mutex mutex_;  // held for copies only, never for the file
+  std::string held_;          // grows to twice the limit, then loses its oldest half
+  bool cut_ = false;          // held_ lost bytes at its start
+  std::mutex fileMutex_;
   std::ofstream file_;
 };
 

@@ -20,7 +20,7 @@ inline constexpr std::size_t kStatusLogLines = 12;
 enum class Command { kNone, kStop, kRestart, kShutdown };
 
 struct ServerShared {
-  ServerShared(AiModelServerOptions chosen)
+  explicit ServerShared(AiModelServerOptions chosen)
       : options(std::move(chosen)), log(options.logFile, options.logTailBytes) {}
 
   const AiModelServerOptions options;  // port resolved: never 0 here

@@ -49,6 +49,7 @@ void Supervisor::run() {
       case Command::kRestart:
         wanted = true;
         failures_.clear();
+        update([](AiServerStatus& status) { status.recentFailures = 0; });
         break;
       case Command::kNone:
         break;
@@ -175,10 +176,11 @@ Supervisor::Ending Supervisor::watch(ChildProcess* child, OutputDrain* drain) {
       }
       nextProbe = Clock::now() + (ready ? options.readyProbeInterval : options.probeInterval);
     }
-    if (child && !ready && Clock::now() >= deadline) {
+    if (!ready && Clock::now() >= deadline) {
+      const std::string missed = " was not ready within the start deadline of " + millisecondsText(options.startDeadline);
+      if (!child) return {Ending::kFatal, "the server running on port " + std::to_string(options.port) + missed};
       stopChild(*child, *drain);
-      return {Ending::kFatal, "the server was not ready within the start deadline of " +
-                                  millisecondsText(options.startDeadline) + "; stopped"};
+      return {Ending::kFatal, "the server" + missed + "; stopped"};
     }
   }
 }

@@ -18,7 +18,8 @@ constexpr int kFinalReads = 16;
 LogCapture::LogCapture(const std::filesystem::path& file, std::size_t tailBytes) : limit_(tailBytes) {
   if (file.empty()) return;
   file_.open(file, std::ios::binary | std::ios::trunc);
-  if (!file_) append("[tovrin-ai] cannot write the log file " + file.string() + "\n");
+  const std::u8string name = file.u8string();
+  if (!file_) append("[tovrin-ai] cannot write the log file " + std::string(name.begin(), name.end()) + "\n");
 }
 
 void LogCapture::append(std::string_view bytes) {
@@ -76,7 +77,7 @@ OutputDrain::~OutputDrain() {
   thread_.join();
 }
 
-void OutputDrain::drain() {
+void OutputDrain::drain() try {
   std::array<char, 64 * 1024> buffer{};
   for (int finalReads = 0;;) {
     const bool finishing = finish_;
@@ -85,6 +86,8 @@ void OutputDrain::drain() {
     if (n > 0) log_.append(std::string_view(buffer.data(), static_cast<std::size_t>(n)));
     if (finishing && (n == 0 || ++finalReads >= kFinalReads)) return;
   }
+} catch (const std::exception&) {
+  // Out of memory for the log: the server's output is lost, not the game.
 }
 
 }  // namespace tovrin::ai::detail

@@ -21,7 +21,11 @@ constexpr int kLateReapMs = 10000;
 constexpr const char* kStoppedByGame = "stopped by the game";
 constexpr const char* kShutDown = "the layer was destroyed";
 
-std::string quoted(const std::filesystem::path& path) { return "'" + path.string() + "'"; }
+// UTF-8 on every platform: path::string() would use Windows' code page.
+std::string quoted(const std::filesystem::path& path) {
+  const std::u8string text = path.u8string();
+  return "'" + std::string(text.begin(), text.end()) + "'";
+}
 
 std::string millisecondsText(milliseconds duration) { return std::to_string(duration.count()) + " ms"; }
 
@@ -55,7 +59,12 @@ void Supervisor::run() {
         break;
     }
     if (!wanted) continue;
-    const Ending ending = runOnce();
+    Ending ending;
+    try {
+      ending = runOnce();
+    } catch (const std::exception& e) {  // a full disk or memory: never the game's crash
+      ending = {Ending::kFatal, std::string("the model-server layer failed: ") + e.what()};
+    }
     if (ending.kind == Ending::kFatal) {
       wanted = false;
       enter(AiServerState::kFailed, ending.reason);

@@ -38,7 +38,7 @@ class Supervisor {
       kCommand,  // the game asked for something; the command is pending
       kFailure,  // it died or stopped answering: restart after a pause
       kFatal,    // starting again would not help: failed
-    } kind;
+    } kind = kCommand;
     std::string reason;
   };
 

@@ -27,8 +27,9 @@
 // Guarantees:
 //   * The constructor chooses the port (a free loopback port when asked for
 //     any) and returns; starting, probing, restarting and stopping happen on
-//     the layer's thread. status() copies a few fields under a lock that
-//     thread holds only to write them, never across a probe or a wait.
+//     the layer's thread. status() copies the fields and the last log lines
+//     under locks held only to copy them, never across a probe, a wait or
+//     a write to the log file.
 //   * The server is started from an argument list, never through a shell;
 //     "{port}" in an argument becomes the chosen port. Its standard output
 //     and error are drained at once into a ring of the last logTailBytes

@@ -30,8 +30,10 @@ TEST(ModelServer, StartsWithItsArgumentsAsGivenAndAnswers) {
   const std::vector<std::string> tricky = {"a b  c", "say \"hi\"", R"(C:\dir\" x)", R"(C:\dir with space\)",
                                            "Žluťoučký kůň úpěl ďábelské ódy", "", "a\tb"};
   const test::TempDir folder("server_start");
-  AiModelServerOptions options = test::standIn();
+  AiModelServerOptions options = test::standIn({"--model", "model.gguf"});  // found in the working folder
   for (const std::string& argument : tricky) options.arguments.insert(options.arguments.end(), {"--note", argument});
+  options.workingFolder = folder.path();
+  folder.write("model.gguf", "GGUF");
   options.logFile = folder.path() / "server.log";
   AiModelServer server(options);
   const AiServerStatus status = statusWhen(server, inState(AiServerState::kReady, "stand-in: ready at "));

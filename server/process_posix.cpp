@@ -44,6 +44,15 @@ void closeQuietly(int& fd) {
 
 std::string errorText(int error) { return std::strerror(error); }
 
+// A game started without standard descriptors gets new ones numbered 0 to
+// 2; the child's dup2 onto 0, 1 and 2 must not overwrite one it still needs.
+int aboveStandard(int fd) {
+  if (fd < 0 || fd > 2) return fd;
+  const int moved = ::fcntl(fd, F_DUPFD_CLOEXEC, 3);
+  ::close(fd);
+  return moved;
+}
+
 // The child side, between fork and exec: async-signal-safe calls only.
 // Descriptors the game opened without close-on-exec get it here, so the
 // server holds none of the game's files or sockets.
@@ -117,8 +126,10 @@ std::string spawnProcess(const SpawnRequest& request, ChildProcess& child) {
 
   int output[2] = {-1, -1};
   int report[2] = {-1, -1};
-  int nullInput = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-  if (nullInput < 0 || ::pipe2(output, O_CLOEXEC) != 0 || ::pipe2(report, O_CLOEXEC) != 0) {
+  int nullInput = aboveStandard(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const bool made = nullInput >= 0 && ::pipe2(output, O_CLOEXEC) == 0 && ::pipe2(report, O_CLOEXEC) == 0;
+  for (int* fd : {&output[0], &output[1], &report[0], &report[1]}) *fd = aboveStandard(*fd);
+  if (!made || output[0] < 0 || output[1] < 0 || report[0] < 0 || report[1] < 0) {
     const int error = errno;
     for (int* fd : {&nullInput, &output[0], &output[1], &report[0], &report[1]}) closeQuietly(*fd);
     return errorText(error);

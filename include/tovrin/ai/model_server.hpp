@@ -62,7 +62,11 @@
 // Where the guarantees stop: a server that answers probes but never answers
 // a chat completion is not noticed here (requests time out in the service);
 // a server started by someone else (useRunningServer) is watched but never
-// stopped or restarted by this layer.
+// stopped or restarted by this layer. A server's exit is looked for every
+// 10 ms, but only after a probe in progress ends (at most probeTimeout,
+// for a server that accepts and never answers). A server still being torn
+// down 60 ms after its kill (a large model to unmap) is reaped by a thread
+// of its own, after the destructor has returned.
 //
 // This header is not part of <tovrin/ai.hpp>: a game that links only
 // tovrin::ai gets no process code. Link tovrin::ai_server to use it.

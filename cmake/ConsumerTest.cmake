@@ -34,6 +34,7 @@ endfunction()
 
 run_step(${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix "${WORK_DIR}/prefix")
 set(installed include/tovrin/ai.hpp include/tovrin/ai/service.hpp
+    include/tovrin/ai/model_server.hpp
     share/tovrin-ai/assets/ai/czech_helper_cs.txt)
 string(REPLACE "," ";" PROGRAMS "${PROGRAMS}")
 foreach(program IN LISTS PROGRAMS)

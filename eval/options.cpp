@@ -6,6 +6,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "display_text.hpp"
 #include "figure_text.hpp"
 #include "tovrin/ai/transport.hpp"
 
@@ -24,6 +25,8 @@ constexpr KnownOption kOptions[] = {
     {"--fallback-endpoint", true},
     {"--fallback-model", true},
     {"--timeout", true},
+    {"--deadline", true},
+    {"--stop-after", true},
     {"--temperature", true},
     {"--top-p", true},
     {"--helper", true},
@@ -49,8 +52,9 @@ bool parseFraction(std::string_view text, float& value) {
   return parseNumber(text, value) && std::isfinite(value) && value >= 0.0f;
 }
 
-bool parseCount(std::string_view text, std::size_t& value, std::size_t max) {
-  return parseNumber(text, value) && value >= 1 && value <= max;
+bool parseCount(std::string_view text, std::size_t& value, std::size_t max,
+                std::size_t min = 1) {
+  return parseNumber(text, value) && value >= min && value <= max;
 }
 
 // Stores value into the option called name; false when it is malformed.
@@ -66,6 +70,13 @@ bool store(EvalOptions& options, std::string_view name,
   if (name == "--timeout") {
     return parseNumber(value, options.timeoutMs) && options.timeoutMs >= 1;
   }
+  if (name == "--deadline") {
+    return parseNumber(value, options.deadlineMs) && options.deadlineMs >= 1 &&
+           options.deadlineMs <= kMaxDeadlineMs;
+  }
+  if (name == "--stop-after") {
+    return parseCount(value, options.stopAfter, kMaxRepeat, 0);
+  }
   if (name == "--temperature") {
     return parseFraction(value, options.temperature);
   }
@@ -80,9 +91,43 @@ bool store(EvalOptions& options, std::string_view name,
 }
 
 std::string rangeOf(std::string_view name) {
+  if (name == "--deadline") {
+    return " (1 to " + std::to_string(kMaxDeadlineMs) + ")";
+  }
+  if (name == "--stop-after") {
+    return " (0 to " + std::to_string(kMaxRepeat) + ")";
+  }
   if (name == "--repeat") return " (1 to " + std::to_string(kMaxRepeat) + ")";
   if (name == "--concurrency") {
     return " (1 to " + std::to_string(kMaxConcurrency) + ")";
+  }
+  return "";
+}
+
+bool isHostCharacter(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+         (c >= '0' && c <= '9') || c == '.' || c == '-' || c == '_';
+}
+
+// The runtime hands the host to the resolver as it stands, so only a host
+// name or an IPv4 address can ever be found. Empty when host is one.
+std::string hostFault(const std::string& host) {
+  if (host.find_first_of("[]:") != std::string::npos) {
+    return "IPv6 addresses do not work: the runtime takes host names and "
+           "IPv4 addresses";
+  }
+  if (host.find('@') != std::string::npos) {
+    return "a user name does not work: everything up to the port is taken "
+           "for the host";
+  }
+  if (host.find_first_of("?#") != std::string::npos) {
+    return "a query or fragment needs a path before it (http://host:port/path)";
+  }
+  for (const char c : host) {
+    if (!isHostCharacter(c)) {
+      return "the host must be a host name or an IPv4 address (letters, "
+             "digits, '.', '-', '_')";
+    }
   }
   return "";
 }
@@ -96,6 +141,9 @@ std::string endpointFault(const std::string& url) {
   } catch (const std::exception& error) {
     return error.what();
   }
+  if (std::string fault = hostFault(endpoint.host); !fault.empty()) {
+    return fault;
+  }
   unsigned port = 0;
   if (!parseNumber(std::string_view(endpoint.port), port) || port < 1 ||
       port > 65535) {
@@ -105,6 +153,17 @@ std::string endpointFault(const std::string& url) {
 }
 
 }  // namespace
+
+std::chrono::milliseconds requestDeadline(const EvalOptions& options) {
+  if (options.deadlineMs > 0) {
+    return std::chrono::milliseconds(options.deadlineMs);
+  }
+  const std::int64_t whole =
+      options.timeoutMs > kMaxDeadlineMs / kCallsPerRequest
+          ? kMaxDeadlineMs
+          : options.timeoutMs * kCallsPerRequest;
+  return std::chrono::milliseconds(whole);
+}
 
 std::string usage() {
   const AiRuntimeConfig defaults;
@@ -126,6 +185,18 @@ std::string usage() {
          "  --timeout MS             per send and per receive (default " +
          std::to_string(defaults.timeoutMs) +
          ")\n"
+         "  --deadline MS            per request, all its calls together "
+         "(default\n"
+         "                           " +
+         std::to_string(kCallsPerRequest) + " x --timeout: " +
+         std::to_string(requestDeadline(EvalOptions{}).count()) +
+         "; at most " + std::to_string(kMaxDeadlineMs) +
+         ")\n"
+         "  --stop-after N           stop the run once N requests in a row "
+         "timed\n"
+         "                           out (default " +
+         std::to_string(kDefaultStopAfter) +
+         "; 0: never)\n"
          "  --temperature X          sampling temperature (default " +
          shortestText(defaults.temperature) +
          ")\n"
@@ -142,7 +213,11 @@ std::string usage() {
          "  --concurrency N          requests at once, 1 to " +
          std::to_string(kMaxConcurrency) +
          " (default 1)\n"
-         "  --json FILE              also write the full report as JSON\n"
+         "  --json FILE              also write the full report as JSON; "
+         "it keeps\n"
+         "                           messages and answers up to " +
+         std::to_string(kKeptTextBytes) +
+         " bytes\n"
          "  --html FILE              also write the report as one HTML page\n"
          "                           (FILE \"-\": standard output; the table\n"
          "                           then goes to standard error)\n"
@@ -151,7 +226,15 @@ std::string usage() {
          "                           the watchdog alone; no model is asked, "
          "and\n"
          "                           --repeat and --concurrency do not apply\n"
-         "  -h, --help               this text\n";
+         "  -h, --help               this text\n"
+         "\n"
+         "Ctrl-C ends the run at once; the reports then hold the requests "
+         "that\n"
+         "finished, marked as partial. A report file is replaced only once "
+         "the\n"
+         "new one is complete. Exit status: 0 every request ran, 1 the run\n"
+         "stopped on time-outs, 2 bad command line or input, 130 "
+         "interrupted.\n";
 }
 
 std::optional<EvalOptions> parseOptions(const std::vector<std::string>& args,

@@ -114,12 +114,16 @@ TEST(EvalTool, JsonReportHoldsEveryRunAndTheSummary) {
 // standard error; a helper text that cannot be read is a warning, and the
 // settings say that none was used. No template answer fits and the first
 // server fails every call, so each run ends with the fallback's model; all
-// 70 runs stream through.
+// 70 runs stream through. Each run keeps its message up to 2048 bytes,
+// cut before a character that does not fit whole.
 TEST(EvalTool, JsonToStandardOutputFallbackAndAMissingHelper) {
   const test::LoopbackServer primary({test::LoopbackStep{.readRequest = false}});
   const test::LoopbackServer fallback({test::chatCompletionStep("Vítej ve hře.")});
   const EvalRun run;
-  run.write("in.jsonl", R"({"message": "ahoj", "kind": "ShortAnswer"})");
+  std::string message = "a", kept = "a";
+  for (int i = 0; i < 3000; ++i) message += "ž";
+  for (int i = 0; i < 1023; ++i) kept += "ž";
+  run.write("in.jsonl", R"({"kind": "ShortAnswer", "message": ")" + message + "\"}");
   const test::ProcessResult result =
       run.run({"--endpoint", primary.endpoint(), "--fallback-endpoint", fallback.endpoint(), "--fallback-model", "spare",
                "--helper", "absent.txt", "--repeat", "70", "--json", "-", "in.jsonl"});
@@ -127,8 +131,8 @@ TEST(EvalTool, JsonToStandardOutputFallbackAndAMissingHelper) {
   const Json report = Json::parse(result.out);
   const Json last = report["results"][69];
   EXPECT_EQ(Json({report["settings"]["helper"], report["summary"]["overall"]["acceptedModel"], last["transportCalls"],
-                  last["failedTransportCalls"], last["response"]["model"], last["response"]["fallback"]}),
-            Json({nullptr, 70, 2, 1, "spare", true}));
+                  last["failedTransportCalls"], last["response"]["model"], last["response"]["fallback"], last["message"]}),
+            Json({nullptr, 70, 2, 1, "spare", true, kept + "…"}));
   EXPECT_NE(fallback.requests().at(0).find("\"model\":\"spare\""), std::string::npos);
   EXPECT_EQ(result.err.substr(0, result.err.find('\n')),
             "tovrin-ai-eval: warning: cannot read the helper text absent.txt; running without one");

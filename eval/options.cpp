@@ -2,13 +2,12 @@
 
 #include <charconv>
 #include <cmath>
-#include <exception>
 #include <string_view>
 #include <system_error>
 
 #include "display_text.hpp"
+#include "endpoint_check.hpp"
 #include "figure_text.hpp"
-#include "tovrin/ai/transport.hpp"
 
 namespace tovrin::ai::eval {
 
@@ -100,54 +99,6 @@ std::string rangeOf(std::string_view name) {
   if (name == "--repeat") return " (1 to " + std::to_string(kMaxRepeat) + ")";
   if (name == "--concurrency") {
     return " (1 to " + std::to_string(kMaxConcurrency) + ")";
-  }
-  return "";
-}
-
-bool isHostCharacter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-         (c >= '0' && c <= '9') || c == '.' || c == '-' || c == '_';
-}
-
-// The runtime hands the host to the resolver as it stands, so only a host
-// name or an IPv4 address can ever be found. Empty when host is one.
-std::string hostFault(const std::string& host) {
-  if (host.find_first_of("[]:") != std::string::npos) {
-    return "IPv6 addresses do not work: the runtime takes host names and "
-           "IPv4 addresses";
-  }
-  if (host.find('@') != std::string::npos) {
-    return "a user name does not work: everything up to the port is taken "
-           "for the host";
-  }
-  if (host.find_first_of("?#") != std::string::npos) {
-    return "a query or fragment needs a path before it (http://host:port/path)";
-  }
-  for (const char c : host) {
-    if (!isHostCharacter(c)) {
-      return "the host must be a host name or an IPv4 address (letters, "
-             "digits, '.', '-', '_')";
-    }
-  }
-  return "";
-}
-
-// The runtime would find these faults only at every single call, so they
-// are refused before the first. Empty when url can work.
-std::string endpointFault(const std::string& url) {
-  AiEndpoint endpoint;
-  try {
-    endpoint = parseEndpoint(url);
-  } catch (const std::exception& error) {
-    return error.what();
-  }
-  if (std::string fault = hostFault(endpoint.host); !fault.empty()) {
-    return fault;
-  }
-  unsigned port = 0;
-  if (!parseNumber(std::string_view(endpoint.port), port) || port < 1 ||
-      port > 65535) {
-    return "port must be a number from 1 to 65535";
   }
   return "";
 }

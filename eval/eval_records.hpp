@@ -31,11 +31,12 @@ enum class Outcome {
   kTransportFailure,  // nothing accepted; a model call failed
 };
 
-// One run of one case.
+// One run of one case. Texts from the model or a server are kept cut to
+// kKeptTextBytes, so that a run's record stays small whatever they sent.
 struct EvalResult {
   std::size_t caseIndex = 0;  // into the case list
   std::size_t run = 1;        // 1-based repetition
-  AiResponse response;
+  AiResponse response;        // answer cut, unless it equals the expected one
   Outcome outcome = Outcome::kModel;
   double latencyMs = 0;
   std::size_t transportCalls = 0;        // model calls begun
@@ -45,6 +46,30 @@ struct EvalResult {
   // they survive a template answer stepping in.
   std::vector<std::string> firstReasons;
   std::vector<std::string> finalReasons;
+  // The last answer a model gave, trimmed and cut, when the model's answer
+  // was not the one accepted; what the game got may be the template's.
+  std::optional<std::string> modelAnswer;
+  // Its deadline passed, or a model call waited a whole time-out in vain.
+  bool timedOut = false;
+  // The pass (1, or 2 for the fallback server) whose first call a server
+  // refused with an HTTP status; 0 when none was. The runtime's error then
+  // holds the status line only, so errorBody is what the server sent when
+  // the tool repeated that call after the run, cut; empty when not known.
+  std::size_t refusedPass = 0;
+  std::string errorBody;
+};
+
+// How a model run ended.
+enum class RunEnd {
+  kComplete,     // every request ran
+  kInterrupted,  // Ctrl-C: the requests in flight were dropped
+  kTimeouts,     // stopped once requests kept timing out
+};
+
+// What a report says about the run as a whole.
+struct RunStatus {
+  std::size_t planned = 0;  // lines x repeat; 0 for a replay
+  RunEnd end = RunEnd::kComplete;
 };
 
 // "NpcDialogue" ... "AntiCheatTriage"; the number as text for other values.

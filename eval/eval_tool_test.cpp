@@ -3,11 +3,15 @@
 // refusal of its command line.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <iomanip>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <thread>
+#include <tuple>
 #include <vector>
 
 #include "testing/files.hpp"
@@ -20,6 +24,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using Json = nlohmann::json;
+using namespace std::chrono_literals;
 
 const fs::path kSourceDir = TOVRIN_AI_SOURCE_DIR;
 
@@ -58,21 +63,25 @@ std::string withoutLatencies(const std::string& out, const std::string& endpoint
 
 // Seven lines (testdata/seven_cases.jsonl), each outcome once: accepted at
 // once, template after a failed repair, accepted after the repair, rejected,
-// template after an HTTP error, and a transport failure.
+// template after an HTTP error, and a transport failure. The model's last
+// answers and the server's error body (read by repeating the refused call)
+// are in the reports; an invalid byte and a terminal escape from the server
+// reach neither the page nor the console.
 TEST(EvalTool, JsonReportHoldsEveryRunAndTheSummary) {
+  const test::LoopbackStep refused = test::statusStep("HTTP/1.1 503 Service \x1b[2JUnavailable", "{\"error\": \"model loading\"}");
   const test::LoopbackServer server({
       test::chatCompletionStep("Pivo stojí 4 mince."), test::chatCompletionStep("Asi 80."),
-      test::chatCompletionStep("To je 84, nebo 85."), test::chatCompletionStep("OK"),
+      test::chatCompletionStep("To je 84, nebo 85.\xFF"), test::chatCompletionStep("OK"),
       test::chatCompletionStep("WARN."), test::chatCompletionStep("OK"),
       test::chatCompletionStep("Napiš /map."), test::chatCompletionStep("Zkus /mapka."),
-      test::statusStep("HTTP/1.1 503 Service Unavailable", "{}"), test::LoopbackStep{},
+      refused, test::LoopbackStep{}, refused,
   });
   const EvalRun run;
   run.write("cases.jsonl", test::readFile(kSourceDir / "eval/testdata/seven_cases.jsonl"));
   const test::ProcessResult result =
       run.run({"--endpoint", server.endpoint(), "--model", "loopback-model", "--timeout", "5000",
                "--temperature", "0.2", "--top-p", "0.5", "--helper", "", "--json", "report.json",
-               "cases.jsonl"});
+               "--html", "report.html", "cases.jsonl"});
   ASSERT_EQ(result.exitStatus, 0) << result.err;
   EXPECT_EQ(result.err, "") << "no progress bar outside a terminal";
 
@@ -81,9 +90,16 @@ TEST(EvalTool, JsonReportHoldsEveryRunAndTheSummary) {
   Json report = run.report("report.json");
   clearLatencies(report);
   EXPECT_EQ(report, expected) << "to make the report the expected one: " << Json::diff(report, expected).dump(1);
+  const std::string page = run.read("report.html");
+  EXPECT_NO_THROW(Json(page).dump()) << "the page is not valid UTF-8";
+  for (const std::string& text : {page, result.out}) {
+    EXPECT_EQ(std::count_if(text.begin(), text.end(), [](char c) { return (c >= 0 && c < 0x20 && c != '\n') || c == 0x7F; }), 0);
+  }
 
+  // The repeat of the refused call is the runtime's call byte for byte.
+  ASSERT_EQ(server.requests().size(), 11u);
+  EXPECT_EQ(server.requests()[10], server.requests()[8]);
   // The sampling options reach the model server.
-  ASSERT_EQ(server.requests().size(), 10u);
   for (const char* part : {"\"model\":\"loopback-model\",\"messages\":[",
                            "\"temperature\":0.2,\"top_p\":0.5,\"max_tokens\":80,"}) {
     EXPECT_NE(server.requests()[0].find(part), std::string::npos) << part;
@@ -97,13 +113,17 @@ TEST(EvalTool, JsonReportHoldsEveryRunAndTheSummary) {
 // With --json - standard output holds the JSON alone and the table goes to
 // standard error; a helper text that cannot be read is a warning, and the
 // settings say that none was used. No template answer fits and the first
-// server fails every call, so each run ends with the fallback's model; more
-// runs than a game's queue holds all wait their turn.
+// server fails every call, so each run ends with the fallback's model; all
+// 70 runs stream through. Each run keeps its message up to 2048 bytes,
+// cut before a character that does not fit whole.
 TEST(EvalTool, JsonToStandardOutputFallbackAndAMissingHelper) {
   const test::LoopbackServer primary({test::LoopbackStep{.readRequest = false}});
   const test::LoopbackServer fallback({test::chatCompletionStep("Vítej ve hře.")});
   const EvalRun run;
-  run.write("in.jsonl", R"({"message": "ahoj", "kind": "ShortAnswer"})");
+  std::string message = "a", kept = "a";
+  for (int i = 0; i < 3000; ++i) message += "ž";
+  for (int i = 0; i < 1023; ++i) kept += "ž";
+  run.write("in.jsonl", R"({"kind": "ShortAnswer", "message": ")" + message + "\"}");
   const test::ProcessResult result =
       run.run({"--endpoint", primary.endpoint(), "--fallback-endpoint", fallback.endpoint(), "--fallback-model", "spare",
                "--helper", "absent.txt", "--repeat", "70", "--json", "-", "in.jsonl"});
@@ -111,8 +131,8 @@ TEST(EvalTool, JsonToStandardOutputFallbackAndAMissingHelper) {
   const Json report = Json::parse(result.out);
   const Json last = report["results"][69];
   EXPECT_EQ(Json({report["settings"]["helper"], report["summary"]["overall"]["acceptedModel"], last["transportCalls"],
-                  last["failedTransportCalls"], last["response"]["model"], last["response"]["fallback"]}),
-            Json({nullptr, 70, 2, 1, "spare", true}));
+                  last["failedTransportCalls"], last["response"]["model"], last["response"]["fallback"], last["message"]}),
+            Json({nullptr, 70, 2, 1, "spare", true, kept + "…"}));
   EXPECT_NE(fallback.requests().at(0).find("\"model\":\"spare\""), std::string::npos);
   EXPECT_EQ(result.err.substr(0, result.err.find('\n')),
             "tovrin-ai-eval: warning: cannot read the helper text absent.txt; running without one");
@@ -167,8 +187,9 @@ test::ProcessResult runReadmeExample(const EvalRun& run, const std::string& endp
 // triage, missing the exact result for the arithmetic, no refusal where a
 // fact forbids what is asked. Then a real browser renders the page: the
 // summary figures, one chart per watchdog rule and the model's name
-// (escaped, in UTF-8) are there, and a screenshot is left in the build
-// folder to look at.
+// (escaped, in UTF-8) are there; in a window 400 px wide the page itself
+// does not scroll sideways (its wide tables scroll in their own boxes).
+// Screenshots of both widths are left in the build folder to look at.
 TEST(EvalTool, ReadmeExampleRunsAndItsPageRendersInChromium) {
   const test::LoopbackServer server({test::chatCompletionStep("OK")}, 0, test::Serving::kConcurrently);
   const EvalRun run;
@@ -180,7 +201,7 @@ TEST(EvalTool, ReadmeExampleRunsAndItsPageRendersInChromium) {
   Json overall = report["summary"]["overall"];
   overall.erase("latencyMs");
   EXPECT_EQ(overall, Json::parse(R"({"requests": 33, "acceptedModel": 20, "acceptedTemplate": 13, "rejected": 0,
-                                     "transportFailures": 0, "transportCalls": 46, "failedTransportCalls": 0})"));
+                                     "transportFailures": 0, "transportCalls": 46, "failedTransportCalls": 0, "timedOut": 0})"));
   EXPECT_EQ(server.requests().size(), 46u);
   // Counted per run even with runs side by side: an accepted "OK" took one
   // call, anything else the repair attempt too.
@@ -190,16 +211,21 @@ TEST(EvalTool, ReadmeExampleRunsAndItsPageRendersInChromium) {
 
   const fs::path chromium = "/usr/bin/chromium";
   if (test::runningUnderWine() || !fs::exists(chromium)) GTEST_SKIP() << "no " << chromium << " to render the report in";
-  auto browse = [&](const std::string& profile, const std::string& action) {
+  // The window is never narrower than 500 px, so the narrow view is the
+  // page in a frame 400 px wide, measured by a script of the test's own.
+  run.write("narrow.html", R"(<!DOCTYPE html><iframe id="f" src="eval-report.html" style="width:400px;height:1800px;border:0"></iframe>)"
+                           R"(<script>document.getElementById("f").onload = function() { const d = this.contentDocument.documentElement;)"
+                           R"( document.body.setAttribute("data-widths", d.scrollWidth + "/" + d.clientWidth); };</script>)");
+  auto browse = [&](const std::string& page, const std::string& size, const std::string& action) {
     return test::runProcess(
         chromium,
         {"--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
          "--disable-background-networking", "--disable-component-update", "--disable-sync",
-         "--user-data-dir=" + (run.path() / profile).string(), "--window-size=1200,2000", action,
-         "file://" + (run.path() / "eval-report.html").string()},
+         "--allow-file-access-from-files", "--user-data-dir=" + (run.path() / ("profile" + size)).string(),
+         "--window-size=" + size, action, "file://" + (run.path() / page).string()},
         run.path());
   };
-  const test::ProcessResult dom = browse("profile-dom", "--dump-dom");
+  const test::ProcessResult dom = browse("eval-report.html", "1200,2000", "--dump-dom");
   ASSERT_EQ(dom.exitStatus, 0) << dom.err;
   EXPECT_NE(dom.out.find("<th>all</th><td>33</td><td>20</td><td>13</td><td>0</td><td>0</td><td>46</td>"),
             std::string::npos) << dom.out;
@@ -208,11 +234,99 @@ TEST(EvalTool, ReadmeExampleRunsAndItsPageRendersInChromium) {
   EXPECT_EQ(charts, std::size(kReasonCodes));
   EXPECT_NE(dom.out.find("<h1>tovrin-ai-eval: Qwen č&lt;1&gt;</h1>"), std::string::npos);
 
-  const fs::path picture = fs::path(TOVRIN_AI_BINARY_DIR) / "eval_report.png";
-  fs::remove(picture);
-  const test::ProcessResult shot = browse("profile-shot", "--screenshot=" + picture.string());
-  EXPECT_EQ(shot.exitStatus, 0) << shot.err;
-  EXPECT_GT(fs::exists(picture) ? fs::file_size(picture) : 0, 0u);
+  const test::ProcessResult narrow = browse("narrow.html", "420,1900", "--dump-dom");
+  const std::size_t at = narrow.out.find("data-widths=\"");
+  ASSERT_NE(at, std::string::npos) << narrow.out << narrow.err;
+  std::istringstream widths(narrow.out.substr(at + 13));
+  int scrollWidth = 0, clientWidth = 0;
+  char slash = 0;
+  widths >> scrollWidth >> slash >> clientWidth;
+  EXPECT_GT(clientWidth, 300);
+  EXPECT_LE(scrollWidth, clientWidth) << "the page scrolls sideways at 400 px";
+
+  for (const auto& [page, size, name] : {std::tuple("eval-report.html", "1200,2000", "eval_report.png"),
+                                         std::tuple("narrow.html", "420,1900", "eval_report_narrow.png")}) {
+    const fs::path picture = fs::path(TOVRIN_AI_BINARY_DIR) / name;
+    fs::remove(picture);
+    const test::ProcessResult shot = browse(page, size, "--screenshot=" + picture.string());
+    EXPECT_EQ(shot.exitStatus, 0) << shot.err;
+    EXPECT_GT(fs::exists(picture) ? fs::file_size(picture) : 0, 0u) << name;
+  }
+}
+
+// The README's 33 lines against a server that drips a byte every 100 ms
+// (every single wait succeeds) and against one that never answers: the
+// deadline ends a dripping request, the time-out a silent one, and the
+// report lists each as timed out. By default the run stops once three
+// requests in a row have timed out; with --stop-after 0 every line runs.
+TEST(EvalTool, DrippingAndSilentServersEndTheRunInBoundedTime) {
+  const struct {
+    const char* name;
+    test::LoopbackStep step;
+    std::vector<std::string> args;
+    int exitStatus;
+    const char* error;
+  } rows[] = {
+      {"dripping", {.answer = std::string(100000, 'x'), .dripBytes = 1, .dripPause = 100ms},
+       {"--timeout", "300", "--deadline", "600"}, 1, "AI request deadline passed"},
+      {"silent", test::delayedStep(60s, {}), {"--timeout", "200", "--stop-after", "0", "--concurrency", "8"}, 0,
+       "Failed to receive AI response"},
+  };
+  for (const auto& row : rows) {
+    const test::LoopbackServer server({row.step}, 0, test::Serving::kConcurrently);
+    const EvalRun run;
+    const auto start = std::chrono::steady_clock::now();
+    const test::ProcessResult eval = runReadmeExample(run, server.endpoint(), row.args);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 15s) << row.name;
+    EXPECT_EQ(eval.exitStatus, row.exitStatus) << row.name << eval.err;
+    const Json report = run.report("eval-report.json");
+    const std::size_t runs = report["results"].size();
+    EXPECT_EQ(report["complete"], row.exitStatus == 0) << row.name;
+    EXPECT_EQ(runs, row.exitStatus == 0 ? 33u : report["summary"]["overall"]["timedOut"].get<std::size_t>()) << row.name;
+    EXPECT_GE(runs, 3u) << row.name;
+    for (const Json& entry : report["results"]) {
+      EXPECT_EQ(Json({entry["timedOut"], entry["response"]["error"]}), Json({true, row.error})) << row.name;
+    }
+    std::size_t listed = 0;
+    const std::string line = "(timed out): " + std::string(row.error) + "\n";
+    for (std::size_t at = 0; (at = eval.out.find(line, at)) != std::string::npos; ++at) ++listed;
+    EXPECT_EQ(listed, runs) << row.name << eval.out;
+  }
+}
+
+// Ctrl-C ends the run at once. The reports of an earlier run stay as they
+// were while it runs, and are then replaced whole by reports of the
+// requests that finished, marked as partial; no temporary file is left.
+TEST(EvalTool, InterruptWritesPartialReportsInPlaceOfThePrevious) {
+  if (test::runningUnderWine()) GTEST_SKIP() << "Wine delivers no SIGINT to a program started this way";
+  const test::LoopbackServer server(
+      {test::chatCompletionStep("OK"), test::chatCompletionStep("OK"), test::delayedStep(60s, {})});
+  const EvalRun run;
+  std::string lines;
+  for (const char* message : {"a", "b", "c", "d", "e"}) lines += R"({"kind": 4, "message": ")" + std::string(message) + "\"}\n";
+  run.write("in.jsonl", lines);
+  for (const char* name : {"r.json", "r.html"}) run.write(name, "previous");
+  test::ProcessResult result;
+  std::thread tool([&] {
+    result = test::runProcess("/bin/sh", {"-c", "\"$0\" \"$@\" & echo $! > pid; wait $!", TOVRIN_AI_EVAL_PATH, "--endpoint",
+                                          server.endpoint(), "--json", "r.json", "--html", "r.html", "in.jsonl"},
+                              run.path());
+  });
+  for (int i = 0; i < 2000 && server.requests().size() < 3; ++i) std::this_thread::sleep_for(10ms);
+  EXPECT_EQ(run.read("r.json") + run.read("r.html"), "previousprevious");
+  const auto interrupted = std::chrono::steady_clock::now();
+  test::runProcess("/bin/sh", {"-c", "kill -INT $(cat pid)"}, run.path());
+  tool.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - interrupted, 3s);
+  EXPECT_EQ(result.exitStatus, 130) << result.err;
+  const Json report = run.report("r.json");
+  EXPECT_EQ(Json({report["complete"], report["stopped"], report["requestsPlanned"], report["results"].size()}),
+            Json({false, "interrupted", 5, 2}));
+  EXPECT_NE(run.read("r.html").find("Partial report: the run was interrupted after 2 of 5 requests."), std::string::npos);
+  std::vector<std::string> files;
+  for (const auto& entry : fs::directory_iterator(run.path())) files.push_back(entry.path().filename().string());
+  std::sort(files.begin(), files.end());
+  EXPECT_EQ(files, (std::vector<std::string>{"in.jsonl", "pid", "r.html", "r.json"}));
 }
 
 // The watchdog's verdicts on the answers as written, the tools' exact
@@ -241,9 +355,10 @@ TEST(EvalTool, ReplayTableReadsAsWritten) {
       [5, "Asi 10.", ["missing_tool_value:9", "unexpected_number:10"]]])"));
 }
 
-// Every refusal in testdata/refusals.txt (a command line after "$ ", then
-// the first line it writes to standard error) ends the tool with status 2
-// before any model call. Each runs with a counting server's --endpoint
+// Every refusal in testdata/refusals.txt (a command line after "$ ", with
+// '...' for a word holding blanks, then the one line it writes to standard
+// error, or the first and how many more) ends the tool with status 2 before
+// any model call. Each runs with a counting server's --endpoint
 // first, which a later --endpoint replaces.
 TEST(EvalTool, RefusalsStopBeforeAnyModelCall) {
   const test::LoopbackServer server({test::chatCompletionStep("OK")});
@@ -260,9 +375,12 @@ TEST(EvalTool, RefusalsStopBeforeAnyModelCall) {
     if (!line.starts_with("$ tovrin-ai-eval ")) continue;
     std::vector<std::string> args{"--endpoint", server.endpoint()};
     std::istringstream words(line.substr(17));
-    for (std::string word; words >> word;) args.push_back(word);
+    for (std::string word; words >> std::quoted(word, '\'');) args.push_back(word);
     const test::ProcessResult result = run.run(args);
-    transcript += line + "\n" + result.err.substr(0, result.err.find('\n') + 1);
+    const std::size_t firstEnd = result.err.find('\n') + 1;
+    const auto more = std::count(result.err.begin() + static_cast<std::ptrdiff_t>(firstEnd), result.err.end(), '\n');
+    transcript += line + "\n" + result.err.substr(0, firstEnd);
+    if (more > 0) transcript += "(" + std::to_string(more) + " more lines)\n";
     EXPECT_EQ(result.exitStatus, 2) << line;
     EXPECT_EQ(result.out, "") << line;
     EXPECT_TRUE(server.requests().empty()) << line;

@@ -1,6 +1,8 @@
 #include "jsonl_reader.hpp"
 
 #include <algorithm>
+#include <unordered_set>
+
 #include <nlohmann/json.hpp>
 
 namespace tovrin::ai::eval {
@@ -68,7 +70,16 @@ std::string readField(const std::string& key, const Json& value,
   }
   if (key == "expected") return readText(value, key, out.expected.emplace());
   if (key == "answer") return readText(value, key, out.answer.emplace());
-  if (key == "tags") return readTextList(value, key, out.tags);
+  if (key == "tags") {
+    // A group counts a line once, however often the line names it.
+    std::vector<std::string> tags;
+    std::string error = readTextList(value, key, tags);
+    std::unordered_set<std::string> seen;
+    for (std::string& tag : tags) {
+      if (seen.insert(tag).second) out.tags.push_back(std::move(tag));
+    }
+    return error;
+  }
   if (key == "comment") {
     std::string ignored;
     return readText(value, key, ignored);

@@ -10,8 +10,8 @@
 // from 0 to 5. For ChatModeration and AntiCheatTriage lines "expected" must
 // be one of the kind's labels. Blank lines are skipped; a byte-order mark
 // and carriage returns at line ends are allowed, for files from Windows
-// editors. Unknown fields are errors, so a misspelt field cannot silently
-// drop facts from a request.
+// editors. A tag named twice on a line counts once. Unknown fields are
+// errors, so a misspelt field cannot silently drop facts from a request.
 #ifndef TOVRIN_AI_EVAL_JSONL_READER_HPP_
 #define TOVRIN_AI_EVAL_JSONL_READER_HPP_
 

@@ -15,7 +15,7 @@ TEST(ParseCaseLine, ReadsEveryField) {
   const std::optional<EvalCase> parsed = parseCaseLine(
       R"({"message": "Dej mi pivo!", "kind": "CommandHelp", "persona": "Karel", "worldFacts": ["a", "b"],)"
       R"( "allowedCommands": ["/x"], "toolResults": ["4"], "maxTokens": 12, "expected": "Ne.", "answer": "Ne\u017e.",)"
-      R"( "tags": ["t1", "t2"], "comment": "c"})",
+      R"( "tags": ["t1", "t2", "t1"], "comment": "c"})",
       7, error);
   ASSERT_TRUE(parsed) << error;
   EXPECT_EQ(parsed->line, 7u);

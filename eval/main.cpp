@@ -6,8 +6,11 @@
 //   stdout: the readable report, or the JSON or HTML report named "-"
 //   stderr: a progress bar when it is a terminal; warnings and errors; the
 //           readable report when a report named "-" holds standard output
-//   exit:   0 when the evaluation ran, 2 for a bad command line or input
-#include <cstdio>
+//   exit:   0 when every request ran, 1 when the run stopped because
+//           requests kept timing out, 2 for a bad command line or input,
+//           130 when Ctrl-C ended it (the reports then hold what finished)
+#include <atomic>
+#include <csignal>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -19,6 +22,7 @@
 #include "jsonl_reader.hpp"
 #include "options.hpp"
 #include "progress_bar.hpp"
+#include "report_file.hpp"
 #include "report_html.hpp"
 #include "report_json.hpp"
 #include "report_table.hpp"
@@ -31,21 +35,21 @@ namespace {
 namespace fs = std::filesystem;
 using namespace tovrin::ai::eval;
 
+constexpr int kStoppedOnTimeouts = 1;
 constexpr int kFailed = 2;
+constexpr int kInterrupted = 130;  // as a shell reports a death by SIGINT
+
+// Set by the first Ctrl-C; a second one ends the program the usual way.
+std::atomic<bool> interruptRequested{false};
+
+extern "C" void onInterrupt(int signal) {
+  interruptRequested.store(true);
+  std::signal(signal, SIG_DFL);
+}
 
 int fail(const std::string& message) {
   std::cerr << "tovrin-ai-eval: " << message << '\n';
   return kFailed;
-}
-
-// Also for a report file that does not exist yet and is named differently.
-bool sameFile(const std::string& a, const std::string& b) {
-  std::error_code error;
-  if (fs::equivalent(a, b, error)) return true;
-  const fs::path left = fs::absolute(a, error).lexically_normal();
-  if (error) return false;
-  const fs::path right = fs::absolute(b, error).lexically_normal();
-  return !error && left == right;
 }
 
 // Why path cannot be an input, or "" when it can.
@@ -56,34 +60,24 @@ std::string unreadable(const std::string& path) {
   return "";
 }
 
-// A report goes to a file opened before the run, so that a bad path costs
-// no model time, or with "-" to standard output.
-struct ReportOutput {
-  std::string path;
-  std::ofstream file;
-
-  std::string open() {
-    if (path.empty() || path == "-") return "";
-    file.open(path, std::ios::binary | std::ios::trunc);
-    return file ? "" : "cannot write " + path;
+int exitStatus(RunEnd end) {
+  switch (end) {
+    case RunEnd::kComplete:
+      return 0;
+    case RunEnd::kInterrupted:
+      return kInterrupted;
+    case RunEnd::kTimeouts:
+      return kStoppedOnTimeouts;
   }
-  std::string write(const std::string& text) {
-    if (path == "-") {
-      std::cout << text;
-      return "";
-    }
-    if (!file.is_open()) return "";
-    file << text;
-    file.close();
-    return file ? "" : "cannot write " + path;
-  }
-};
+  return 0;
+}
 
 int run(const std::vector<std::string>& args) {
   std::string error;
   std::optional<EvalOptions> parsed = parseOptions(args, error);
   if (!parsed) {
-    std::cerr << "tovrin-ai-eval: " << error << "\n\n" << usage();
+    std::cerr << "tovrin-ai-eval: " << error << '\n';
+    if (args.empty()) std::cerr << '\n' << usage();
     return kFailed;
   }
   EvalOptions& options = *parsed;
@@ -92,22 +86,18 @@ int run(const std::vector<std::string>& args) {
     return 0;
   }
 
-  ReportOutput json{options.jsonReport, {}};
-  ReportOutput html{options.htmlReport, {}};
+  if (options.input != "-") {
+    if (std::string why = unreadable(options.input); !why.empty()) {
+      return fail(why);
+    }
+  }
+  if (std::string why = reportPathFault(options); !why.empty()) {
+    return fail(why);
+  }
   ReadResult input;
   if (options.input == "-") {
     input = readCases(std::cin, "-");
   } else {
-    if (std::string why = unreadable(options.input); !why.empty()) {
-      return fail(why);
-    }
-    for (const auto* report : {&json, &html}) {
-      if (!report->path.empty() && report->path != "-" &&
-          sameFile(report->path, options.input)) {
-        return fail((report == &json ? "--json" : "--html") +
-                    std::string(" names the input file ") + options.input);
-      }
-    }
     std::ifstream file(options.input, std::ios::binary);
     input = readCases(file, options.input);
   }
@@ -119,9 +109,10 @@ int run(const std::vector<std::string>& args) {
     return fail((options.input == "-" ? "standard input" : options.input) +
                 " holds no request");
   }
-  if (!json.path.empty() && !html.path.empty() && json.path != "-" &&
-      html.path != "-" && sameFile(json.path, html.path)) {
-    return fail("--json and --html name the same file " + json.path);
+  const ReportFile json(options.jsonReport);
+  const ReportFile html(options.htmlReport);
+  for (const ReportFile* report : {&json, &html}) {
+    if (std::string why = report->check(); !why.empty()) return fail(why);
   }
 
   // The runtime would quietly go without; the user should know.
@@ -132,39 +123,43 @@ int run(const std::vector<std::string>& args) {
     options.helperPath.clear();
   }
 
-  for (ReportOutput* report : {&json, &html}) {
-    if (std::string why = report->open(); !why.empty()) return fail(why);
-  }
-
   std::vector<EvalResult> results;
+  RunStatus status;
   if (options.replay) {
     results = replayCases(input.cases);
   } else {
+    std::signal(SIGINT, onInterrupt);
+    std::signal(SIGTERM, onInterrupt);
     ProgressBar bar(stderr, isTerminal(stderr));
-    results = runCases(runtimeConfig(options), tovrin::ai::httpChatCompletion,
-                       input.cases, options.repeat, options.concurrency,
-                       [&bar](std::size_t done, std::size_t total) {
-                         bar.update(done, total);
-                       });
+    RunRecord record = runCases(
+        runtimeConfig(options), input.cases, options.repeat,
+        {options.concurrency, requestDeadline(options), options.stopAfter},
+        interruptRequested, [&bar](std::size_t done, std::size_t total) {
+          bar.update(done, total);
+        });
     bar.finish();
+    results = std::move(record.results);
+    status = record.status;
   }
 
   const Summary summary = summarize(input.cases, results);
-  if (!json.path.empty()) {
-    error = json.write(jsonReport(options, input.cases, results, summary));
+  if (json.wanted()) {
+    error = json.write(
+        jsonReport(options, input.cases, results, summary, status));
     if (!error.empty()) return fail(error);
   }
-  if (!html.path.empty()) {
-    error = html.write(htmlReport(options, input.cases, results, summary));
+  if (html.wanted()) {
+    error = html.write(
+        htmlReport(options, input.cases, results, summary, status));
     if (!error.empty()) return fail(error);
   }
   // Standard output holds a report meant for a program; people read the
   // table on standard error then.
-  const bool reportOnStdout = json.path == "-" || html.path == "-";
+  const bool reportOnStdout = json.toStandardOutput() || html.toStandardOutput();
   writeTable(reportOnStdout ? std::cerr : std::cout, options, input.cases,
-             results, summary);
+             results, summary, status);
   std::cout.flush();
-  return 0;
+  return exitStatus(status.end);
 }
 
 }  // namespace

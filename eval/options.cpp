@@ -2,12 +2,12 @@
 
 #include <charconv>
 #include <cmath>
-#include <exception>
 #include <string_view>
 #include <system_error>
 
+#include "display_text.hpp"
+#include "endpoint_check.hpp"
 #include "figure_text.hpp"
-#include "tovrin/ai/transport.hpp"
 
 namespace tovrin::ai::eval {
 
@@ -24,6 +24,8 @@ constexpr KnownOption kOptions[] = {
     {"--fallback-endpoint", true},
     {"--fallback-model", true},
     {"--timeout", true},
+    {"--deadline", true},
+    {"--stop-after", true},
     {"--temperature", true},
     {"--top-p", true},
     {"--helper", true},
@@ -49,8 +51,9 @@ bool parseFraction(std::string_view text, float& value) {
   return parseNumber(text, value) && std::isfinite(value) && value >= 0.0f;
 }
 
-bool parseCount(std::string_view text, std::size_t& value, std::size_t max) {
-  return parseNumber(text, value) && value >= 1 && value <= max;
+bool parseCount(std::string_view text, std::size_t& value, std::size_t max,
+                std::size_t min = 1) {
+  return parseNumber(text, value) && value >= min && value <= max;
 }
 
 // Stores value into the option called name; false when it is malformed.
@@ -66,6 +69,13 @@ bool store(EvalOptions& options, std::string_view name,
   if (name == "--timeout") {
     return parseNumber(value, options.timeoutMs) && options.timeoutMs >= 1;
   }
+  if (name == "--deadline") {
+    return parseNumber(value, options.deadlineMs) && options.deadlineMs >= 1 &&
+           options.deadlineMs <= kMaxDeadlineMs;
+  }
+  if (name == "--stop-after") {
+    return parseCount(value, options.stopAfter, kMaxRepeat, 0);
+  }
   if (name == "--temperature") {
     return parseFraction(value, options.temperature);
   }
@@ -80,6 +90,12 @@ bool store(EvalOptions& options, std::string_view name,
 }
 
 std::string rangeOf(std::string_view name) {
+  if (name == "--deadline") {
+    return " (1 to " + std::to_string(kMaxDeadlineMs) + ")";
+  }
+  if (name == "--stop-after") {
+    return " (0 to " + std::to_string(kMaxRepeat) + ")";
+  }
   if (name == "--repeat") return " (1 to " + std::to_string(kMaxRepeat) + ")";
   if (name == "--concurrency") {
     return " (1 to " + std::to_string(kMaxConcurrency) + ")";
@@ -87,24 +103,18 @@ std::string rangeOf(std::string_view name) {
   return "";
 }
 
-// The runtime would find these faults only at every single call, so they
-// are refused before the first. Empty when url can work.
-std::string endpointFault(const std::string& url) {
-  AiEndpoint endpoint;
-  try {
-    endpoint = parseEndpoint(url);
-  } catch (const std::exception& error) {
-    return error.what();
-  }
-  unsigned port = 0;
-  if (!parseNumber(std::string_view(endpoint.port), port) || port < 1 ||
-      port > 65535) {
-    return "port must be a number from 1 to 65535";
-  }
-  return "";
-}
-
 }  // namespace
+
+std::chrono::milliseconds requestDeadline(const EvalOptions& options) {
+  if (options.deadlineMs > 0) {
+    return std::chrono::milliseconds(options.deadlineMs);
+  }
+  const std::int64_t whole =
+      options.timeoutMs > kMaxDeadlineMs / kCallsPerRequest
+          ? kMaxDeadlineMs
+          : options.timeoutMs * kCallsPerRequest;
+  return std::chrono::milliseconds(whole);
+}
 
 std::string usage() {
   const AiRuntimeConfig defaults;
@@ -126,6 +136,18 @@ std::string usage() {
          "  --timeout MS             per send and per receive (default " +
          std::to_string(defaults.timeoutMs) +
          ")\n"
+         "  --deadline MS            per request, all its calls together "
+         "(default\n"
+         "                           " +
+         std::to_string(kCallsPerRequest) + " x --timeout: " +
+         std::to_string(requestDeadline(EvalOptions{}).count()) +
+         "; at most " + std::to_string(kMaxDeadlineMs) +
+         ")\n"
+         "  --stop-after N           stop the run once N requests in a row "
+         "timed\n"
+         "                           out (default " +
+         std::to_string(kDefaultStopAfter) +
+         "; 0: never)\n"
          "  --temperature X          sampling temperature (default " +
          shortestText(defaults.temperature) +
          ")\n"
@@ -142,7 +164,11 @@ std::string usage() {
          "  --concurrency N          requests at once, 1 to " +
          std::to_string(kMaxConcurrency) +
          " (default 1)\n"
-         "  --json FILE              also write the full report as JSON\n"
+         "  --json FILE              also write the full report as JSON; "
+         "it keeps\n"
+         "                           messages and answers up to " +
+         std::to_string(kKeptTextBytes) +
+         " bytes\n"
          "  --html FILE              also write the report as one HTML page\n"
          "                           (FILE \"-\": standard output; the table\n"
          "                           then goes to standard error)\n"
@@ -151,7 +177,15 @@ std::string usage() {
          "                           the watchdog alone; no model is asked, "
          "and\n"
          "                           --repeat and --concurrency do not apply\n"
-         "  -h, --help               this text\n";
+         "  -h, --help               this text\n"
+         "\n"
+         "Ctrl-C ends the run at once; the reports then hold the requests "
+         "that\n"
+         "finished, marked as partial. A report file is replaced only once "
+         "the\n"
+         "new one is complete. Exit status: 0 every request ran, 1 the run\n"
+         "stopped on time-outs, 2 bad command line or input, 130 "
+         "interrupted.\n";
 }
 
 std::optional<EvalOptions> parseOptions(const std::vector<std::string>& args,

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "display_text.hpp"
+
 namespace tovrin::ai::eval {
 
 namespace {
@@ -33,6 +35,7 @@ Json group(const GroupSummary& summary) {
       {"transportFailures", summary.transportFailures},
       {"transportCalls", summary.transportCalls},
       {"failedTransportCalls", summary.failedTransportCalls},
+      {"timedOut", summary.timedOut},
       {"latencyMs",
        {{"p50", milliseconds(summary.latencyMs.p50)},
         {"p90", milliseconds(summary.latencyMs.p90)},
@@ -118,16 +121,21 @@ Json result(const EvalCase& evalCase, const EvalResult& result) {
       {"run", result.run},
       {"kind", kindName(evalCase.request.kind)},
       {"tags", evalCase.tags},
-      {"message", evalCase.request.message},
+      {"message", cutText(evalCase.request.message, kKeptTextBytes)},
   };
-  if (evalCase.expected) json["expected"] = *evalCase.expected;
+  if (evalCase.expected) {
+    json["expected"] = cutText(*evalCase.expected, kKeptTextBytes);
+  }
   json["outcome"] = outcomeName(result.outcome);
   json["latencyMs"] = milliseconds(result.latencyMs);
   json["transportCalls"] = result.transportCalls;
   json["failedTransportCalls"] = result.failedTransportCalls;
   json["firstAttemptReasons"] = result.firstReasons;
   json["finalReasons"] = result.finalReasons;
+  json["timedOut"] = result.timedOut;
   json["response"] = response(result.response);
+  if (result.modelAnswer) json["lastModelAnswer"] = *result.modelAnswer;
+  if (!result.errorBody.empty()) json["errorBody"] = result.errorBody;
   return json;
 }
 
@@ -136,11 +144,17 @@ Json result(const EvalCase& evalCase, const EvalResult& result) {
 std::string jsonReport(const EvalOptions& options,
                        const std::vector<EvalCase>& cases,
                        const std::vector<EvalResult>& results,
-                       const Summary& summary) {
+                       const Summary& summary, const RunStatus& status) {
   Json report = {
       {"mode", options.replay ? "replay" : "model"},
       {"input", options.input},
+      {"complete", status.end == RunEnd::kComplete},
   };
+  if (status.end != RunEnd::kComplete) {
+    report["stopped"] =
+        status.end == RunEnd::kInterrupted ? "interrupted" : "timeouts";
+    report["requestsPlanned"] = status.planned;
+  }
   if (!options.replay) {
     report["settings"] = {
         {"endpoint", options.endpoint},
@@ -148,12 +162,15 @@ std::string jsonReport(const EvalOptions& options,
         {"fallbackEndpoint", options.fallbackEndpoint},
         {"fallbackModel", options.fallbackModel},
         {"timeoutMs", options.timeoutMs},
+        {"deadlineMs", requestDeadline(options).count()},
+        {"stopAfter", options.stopAfter},
         {"temperature", shortest(options.temperature)},
         {"topP", shortest(options.topP)},
         {"helper",
          options.helperPath.empty() ? Json(nullptr) : Json(options.helperPath)},
         {"repeat", options.repeat},
         {"concurrency", options.concurrency},
+        {"keptTextBytes", kKeptTextBytes},
     };
   }
   report["summary"] = summaryJson(summary);

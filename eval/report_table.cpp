@@ -1,8 +1,10 @@
 #include "report_table.hpp"
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
+#include "display_text.hpp"
 #include "figure_text.hpp"
 
 namespace tovrin::ai::eval {
@@ -11,6 +13,11 @@ namespace {
 
 constexpr std::size_t kNameWidth = 30;
 constexpr std::size_t kNumberWidth = 10;
+// A console line shows the start of an answer or an error body.
+constexpr std::size_t kShownBytes = 120;
+
+// Received text as the console may show it.
+std::string shown(std::string_view text) { return validText(text, true); }
 
 // Characters, not bytes, so that Czech tag names line up.
 std::size_t displayWidth(std::string_view text) {
@@ -22,16 +29,16 @@ std::size_t displayWidth(std::string_view text) {
 }
 
 std::string left(std::string_view text, std::size_t width) {
-  std::string cell(text);
-  const std::size_t shown = displayWidth(text);
-  if (shown < width) cell.append(width - shown, ' ');
+  std::string cell = shown(text);
+  const std::size_t columns = displayWidth(cell);
+  if (columns < width) cell.append(width - columns, ' ');
   return cell + ' ';
 }
 
 std::string right(std::string_view text, std::size_t width = kNumberWidth) {
-  const std::size_t shown = displayWidth(text);
-  return std::string(shown < width ? width - shown : 0, ' ') +
-         std::string(text);
+  const std::string cell = shown(text);
+  const std::size_t columns = displayWidth(cell);
+  return std::string(columns < width ? width - columns : 0, ' ') + cell;
 }
 
 void writeGroups(std::ostream& out, const Summary& summary, bool replay) {
@@ -75,7 +82,9 @@ void writeGroups(std::ostream& out, const Summary& summary, bool replay) {
         << ", as template " << percentText(all.templateAnswers, all.requests)
         << ", rejected " << percentText(all.rejected, all.requests)
         << ", transport failures "
-        << percentText(all.transportFailures, all.requests) << '\n';
+        << percentText(all.transportFailures, all.requests);
+    if (all.timedOut > 0) out << "; " << all.timedOut << " timed out";
+    out << '\n';
   }
 }
 
@@ -144,6 +153,22 @@ void writeLabels(std::ostream& out, const Summary& summary, bool replay) {
   out << '\n';
 }
 
+// The model's last answer, shortened, and the rules it broke; "" when no
+// answer came back.
+std::string lastAnswerText(const EvalResult& result) {
+  std::string text;
+  if (result.modelAnswer) {
+    text = "the model's last answer \"" +
+           shown(cutText(*result.modelAnswer, kShownBytes)) + '"';
+  } else if (!result.finalReasons.empty()) {
+    text = "the model's last answer";
+  }
+  if (!result.finalReasons.empty()) {
+    text += " broke " + shown(joinedText(result.finalReasons));
+  }
+  return text;
+}
+
 void writeMisses(std::ostream& out, const std::vector<EvalCase>& cases,
                  const std::vector<EvalResult>& results, bool replay) {
   bool any = false;
@@ -155,37 +180,32 @@ void writeMisses(std::ostream& out, const std::vector<EvalCase>& cases,
       any = true;
     }
     out << "  line " << cases[result.caseIndex].line;
-    if (!replay) out << ", run " << result.run;
-    out << ": ";
-    switch (result.outcome) {
-      case Outcome::kTemplate:
-        out << "template";
-        // A template label passes for an answer: "OK" lets a message through.
-        if (const EvalCase& evalCase = cases[result.caseIndex];
-            !labelsOf(evalCase.request.kind).empty()) {
-          out << " " << result.response.answer;
-          if (evalCase.expected &&
-              *evalCase.expected != result.response.answer) {
-            out << " (expected " << *evalCase.expected << ")";
-          }
-        }
-        if (!result.finalReasons.empty()) {
-          out << ", the model's last answer: "
-              << joinedText(result.finalReasons);
-        }
-        if (!result.response.error.empty()) {
-          out << ", error: " << result.response.error;
-        }
-        break;
-      case Outcome::kRejected:
-        if (!replay) out << "rejected: ";
-        out << joinedText(result.finalReasons);
-        break;
-      case Outcome::kTransportFailure:
-        out << "transport failure: " << result.response.error;
-        break;
-      case Outcome::kModel:
-        break;
+    if (replay) {
+      out << ": " << shown(joinedText(result.finalReasons)) << '\n';
+      continue;
+    }
+    std::string outcome(outcomeName(result.outcome));
+    std::replace(outcome.begin(), outcome.end(), '_', ' ');
+    out << ", run " << result.run << ": " << outcome;
+    // A template label passes for an answer: "OK" lets a message through.
+    if (const EvalCase& evalCase = cases[result.caseIndex];
+        result.outcome == Outcome::kTemplate &&
+        !labelsOf(evalCase.request.kind).empty()) {
+      out << " " << shown(result.response.answer);
+      if (evalCase.expected && *evalCase.expected != result.response.answer) {
+        out << " (expected " << shown(*evalCase.expected) << ")";
+      }
+    }
+    if (const std::string said = lastAnswerText(result); !said.empty()) {
+      out << ", " << said;
+    }
+    if (!result.response.error.empty()) {
+      out << ", error" << (result.timedOut ? " (timed out)" : "") << ": "
+          << shown(result.response.error);
+    }
+    if (!result.errorBody.empty()) {
+      out << "; the server said: "
+          << shown(cutText(result.errorBody, kShownBytes));
     }
     out << '\n';
   }
@@ -195,8 +215,8 @@ void writeMisses(std::ostream& out, const std::vector<EvalCase>& cases,
 
 void writeTable(std::ostream& out, const EvalOptions& options,
                 const std::vector<EvalCase>& cases,
-                const std::vector<EvalResult>& results,
-                const Summary& summary) {
+                const std::vector<EvalResult>& results, const Summary& summary,
+                const RunStatus& status) {
   if (options.replay) {
     out << "tovrin-ai-eval --replay: " << results.size()
         << " answers judged by the watchdog";
@@ -207,16 +227,27 @@ void writeTable(std::ostream& out, const EvalOptions& options,
     out << "\n\n";
   } else {
     out << "tovrin-ai-eval: " << results.size() << " requests from "
-        << cases.size() << " lines";
+        << cases.size() << (cases.size() == 1 ? " line" : " lines");
     if (options.repeat > 1) out << " (" << options.repeat << " runs each)";
-    out << ", model " << options.model << " at " << options.endpoint;
+    out << ", model " << shown(options.model) << " at "
+        << shown(options.endpoint);
     if (!options.fallbackEndpoint.empty() && !options.fallbackModel.empty()) {
-      out << ", fallback " << options.fallbackModel << " at "
-          << options.fallbackEndpoint;
+      out << ", fallback " << shown(options.fallbackModel) << " at "
+          << shown(options.fallbackEndpoint);
     }
-    out << (options.helperPath.empty() ? ", no helper text"
-                                       : ", helper text " + options.helperPath);
-    out << "\n\n";
+    out << (options.helperPath.empty()
+                ? ", no helper text"
+                : ", helper text " + shown(options.helperPath));
+    out << '\n';
+    if (status.end != RunEnd::kComplete) {
+      out << "partial report: "
+          << (status.end == RunEnd::kInterrupted
+                  ? "interrupted"
+                  : "stopped because requests kept timing out")
+          << " after " << results.size() << " of " << status.planned
+          << " requests; the rest did not run\n";
+    }
+    out << '\n';
   }
   writeGroups(out, summary, options.replay);
   writeReasons(out, summary, options.replay);

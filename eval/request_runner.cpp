@@ -1,12 +1,14 @@
 #include "request_runner.hpp"
 
 #include <algorithm>
-#include <chrono>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <unordered_map>
 
+#include "display_text.hpp"
+#include "error_body_probe.hpp"
 #include "tovrin/ai/service.hpp"
 
 namespace tovrin::ai::eval {
@@ -17,8 +19,10 @@ using Clock = std::chrono::steady_clock;
 
 constexpr auto kProgressTick = std::chrono::milliseconds(250);
 constexpr auto kPollPause = std::chrono::milliseconds(2);
-// The tool bounds each send and receive, not whole requests.
-constexpr auto kNoDeadline = std::chrono::hours(24 * 365);
+// The error bodies are a help to read the report, not worth a long wait.
+constexpr auto kProbeBudget = std::chrono::seconds(10);
+// How the runtime's error for a refused status begins.
+constexpr std::string_view kRefusedStatus = "AI endpoint returned ";
 
 double millisecondsSince(Clock::time_point start) {
   return std::chrono::duration<double, std::milli>(Clock::now() - start)
@@ -26,19 +30,28 @@ double millisecondsSince(Clock::time_point start) {
 }
 
 // One run as the service traced it: the calls it made, the ones that failed
-// and the watchdog's verdicts on the first and last answers received.
-EvalResult resultOf(AiCompletion completion) {
+// and the watchdog's verdicts on the first and last answers received. Only
+// a bounded part of what the model and the servers sent is kept.
+EvalResult resultOf(AiCompletion completion, const EvalCase& evalCase,
+                    std::int64_t timeoutMs) {
   EvalResult result;
   const AiRequestTrace& trace = completion.trace;
   result.latencyMs =
       std::chrono::duration<double, std::milli>(trace.total - trace.queueWait)
           .count();
   result.transportCalls = trace.calls.size();
+  result.timedOut = completion.ending == AiEnding::kDeadline;
   const AiModelCallTrace* first = nullptr;
   const AiModelCallTrace* last = nullptr;
   for (const AiModelCallTrace& call : trace.calls) {
     if (!call.answered) {
       ++result.failedTransportCalls;
+      if (call.duration >= std::chrono::milliseconds(timeoutMs)) {
+        result.timedOut = true;
+      }
+      if (call.attempt == 1 && call.error.starts_with(kRefusedStatus)) {
+        result.refusedPass = call.pass;
+      }
       continue;
     }
     if (first == nullptr) first = &call;
@@ -50,6 +63,13 @@ EvalResult resultOf(AiCompletion completion) {
   }
   result.response = std::move(completion.response);
   result.outcome = classify(result.response, result.failedTransportCalls);
+  if (last != nullptr && result.outcome != Outcome::kModel) {
+    result.modelAnswer = cutText(trim(last->answer), kKeptTextBytes);
+  }
+  // Kept whole when it is the expected answer, which the input holds anyway.
+  if (result.response.answer != evalCase.expected) {
+    result.response.answer = cutText(result.response.answer, kKeptTextBytes);
+  }
   return result;
 }
 
@@ -79,51 +99,90 @@ Outcome classify(const AiResponse& response, std::size_t failedCalls) {
   return failedCalls > 0 ? Outcome::kTransportFailure : Outcome::kRejected;
 }
 
-std::vector<EvalResult> runCases(AiRuntimeConfig config, AiTransport transport,
-                                 const std::vector<EvalCase>& cases,
-                                 std::size_t repeat, std::size_t concurrency,
-                                 const ProgressCallback& progress) {
+RunRecord runCases(AiRuntimeConfig config, const std::vector<EvalCase>& cases,
+                   std::size_t repeat, const RunLimits& limits,
+                   const std::atomic<bool>& interrupted,
+                   const ProgressCallback& progress) {
+  RunRecord record;
   const std::size_t total = cases.size() * repeat;
-  std::vector<EvalResult> results(total);
-  if (total == 0) return results;
+  record.status.planned = total;
+  if (total == 0) return record;
+  const std::int64_t timeoutMs = config.timeoutMs;
   AiServiceOptions options;
-  options.workers = std::clamp<std::size_t>(concurrency, 1, total);
-  options.queueLimit = total;
-  options.deadline = kNoDeadline;
-  AiService service(std::move(config), options, std::move(transport));
+  options.workers = std::clamp<std::size_t>(limits.concurrency, 1, total);
+  options.queueLimit = options.workers;
+  options.deadline = limits.deadline;
+  AiService service(std::move(config), options);
 
-  std::unordered_map<AiRequestId, std::size_t> jobOf;
-  for (std::size_t job = 0; job < total; ++job) {
-    AiSubmission submission;
-    submission.request = cases[job / repeat].request;
-    jobOf.emplace(service.submit(std::move(submission)), job);
-  }
+  std::unordered_map<AiRequestId, std::size_t> jobOf;  // in flight
+  std::size_t next = 0;
+  std::size_t timedOutInARow = 0;
+  RunEnd& end = record.status.end;
+  auto keep = [&](AiCompletion& completion) {
+    const std::size_t job = jobOf.at(completion.id);
+    jobOf.erase(completion.id);
+    const EvalCase& evalCase = cases[job / repeat];
+    EvalResult result = resultOf(std::move(completion), evalCase, timeoutMs);
+    result.caseIndex = job / repeat;
+    result.run = job % repeat + 1;
+    timedOutInARow = result.timedOut ? timedOutInARow + 1 : 0;
+    record.results.push_back(std::move(result));
+  };
 
   std::vector<AiCompletion> done;
-  std::size_t finished = 0;
   Clock::time_point lastReport = Clock::now();
-  while (finished < total) {
+  while (next < total || !jobOf.empty()) {
+    // Only as many submitted as run at once: a request's deadline counts
+    // from its submission, and each holds a copy of its case.
+    for (; next < total && jobOf.size() < options.workers; ++next) {
+      AiSubmission submission;
+      submission.request = cases[next / repeat].request;
+      jobOf.emplace(service.submit(std::move(submission)), next);
+    }
     std::this_thread::sleep_for(kPollPause);
+    if (interrupted.load()) {
+      end = RunEnd::kInterrupted;
+      break;
+    }
     service.poll(done);
     for (AiCompletion& completion : done) {
       if (completion.ending == AiEnding::kFailed) {
         service.shutdown();  // no new runs
         throw std::runtime_error(completion.response.error);
       }
-      const std::size_t job = jobOf.at(completion.id);
-      EvalResult result = resultOf(std::move(completion));
-      result.caseIndex = job / repeat;
-      result.run = job % repeat + 1;
-      results[job] = std::move(result);
+      keep(completion);
     }
-    finished += done.size();
+    if (limits.stopAfter > 0 && timedOutInARow >= limits.stopAfter) {
+      end = RunEnd::kTimeouts;
+      break;
+    }
     if (progress &&
         (!done.empty() || Clock::now() - lastReport >= kProgressTick)) {
-      progress(finished, total);
+      progress(record.results.size(), total);
       lastReport = Clock::now();
     }
   }
-  return results;
+  if (end != RunEnd::kComplete) {
+    // The requests in flight end at once; those that finished first count.
+    service.shutdown();
+    service.poll(done);
+    for (AiCompletion& completion : done) {
+      if (completion.ending != AiEnding::kShutdown &&
+          completion.ending != AiEnding::kFailed) {
+        keep(completion);
+      }
+    }
+  }
+  std::sort(record.results.begin(), record.results.end(),
+            [](const EvalResult& a, const EvalResult& b) {
+              return std::pair(a.caseIndex, a.run) <
+                     std::pair(b.caseIndex, b.run);
+            });
+  if (end != RunEnd::kInterrupted) {
+    fetchErrorBodies(service.runtime(), cases, record.results, kProbeBudget,
+                     interrupted);
+  }
+  return record;
 }
 
 std::vector<EvalResult> replayCases(const std::vector<EvalCase>& cases) {

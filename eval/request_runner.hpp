@@ -3,6 +3,8 @@
 #ifndef TOVRIN_AI_EVAL_REQUEST_RUNNER_HPP_
 #define TOVRIN_AI_EVAL_REQUEST_RUNNER_HPP_
 
+#include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <vector>
@@ -20,17 +22,34 @@ AiRuntimeConfig runtimeConfig(const EvalOptions& options);
 using ProgressCallback =
     std::function<void(std::size_t done, std::size_t total)>;
 
-// Sends every case repeat times through an AiService built from config, with
-// concurrency workers. transport does the model calls (it must allow calls
-// from several threads; httpChatCompletion does; empty: the service's own
-// HTTP transport). Each run's calls, failures and verdicts come from the
-// service's trace. Results come in case order, runs of one case together,
-// whatever finished first. An exception that escapes the runtime stops the
-// runs and is rethrown as std::runtime_error with its message.
-std::vector<EvalResult> runCases(AiRuntimeConfig config, AiTransport transport,
-                                 const std::vector<EvalCase>& cases,
-                                 std::size_t repeat, std::size_t concurrency,
-                                 const ProgressCallback& progress);
+// What bounds a model run.
+struct RunLimits {
+  std::size_t concurrency = 1;          // requests at once
+  std::chrono::milliseconds deadline{}; // per request, all its calls
+  std::size_t stopAfter = 0;  // stop once this many in a row timed out; 0 never
+};
+
+struct RunRecord {
+  std::vector<EvalResult> results;  // the runs that finished
+  RunStatus status;
+};
+
+// Sends every case repeat times through an AiService built from config,
+// with the service's own HTTP transport, whose waits its deadline
+// interrupts. Runs stream through it: at most limits.concurrency are
+// submitted at a time, so memory follows the concurrency, not the number
+// of runs. Each run's calls, failures and verdicts come from the service's
+// trace. Once interrupted becomes true, or limits.stopAfter requests in a
+// row have timed out, the requests in flight are ended and left out, and
+// the record says why. After a run that was not interrupted, calls that a
+// server refused with a status are repeated to read its error body
+// (fetchErrorBodies). Results come in case order, runs of one case
+// together, whatever finished first. An exception that escapes the runtime
+// stops the runs and is rethrown as std::runtime_error with its message.
+RunRecord runCases(AiRuntimeConfig config, const std::vector<EvalCase>& cases,
+                   std::size_t repeat, const RunLimits& limits,
+                   const std::atomic<bool>& interrupted,
+                   const ProgressCallback& progress);
 
 // Judges the stored answer of every case that has one, as the runtime judges
 // a model answer: validateAnswer on the request after applyToolFacts. A

@@ -32,6 +32,7 @@ struct GroupBuilder {
     }
     summary.transportCalls += result.transportCalls;
     summary.failedTransportCalls += result.failedTransportCalls;
+    if (result.timedOut) ++summary.timedOut;
     latencies.push_back(result.latencyMs);
   }
 

@@ -36,6 +36,7 @@ struct GroupSummary {
   std::size_t transportFailures = 0;
   std::size_t transportCalls = 0;
   std::size_t failedTransportCalls = 0;
+  std::size_t timedOut = 0;  // runs whose deadline or a call's time-out passed
   LatencySummary latencyMs;
 };
 

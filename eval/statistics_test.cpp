@@ -116,7 +116,7 @@ void expectReviewedPage(const std::string& page, const std::string& name) {
   EXPECT_EQ(page, reviewed) << name;
 }
 
-// The whole page of a small run, byte for byte.
+// The whole page of a small interrupted run, byte for byte.
 TEST(HtmlReport, SmallRunGivesTheReviewedPage) {
   std::vector<EvalCase> cases{
       caseOf(AiRequestKind::NpcDialogue, {"hostinec"}, "To ti dát nemůžu."),
@@ -129,9 +129,12 @@ TEST(HtmlReport, SmallRunGivesTheReviewedPage) {
       resultOf(1, Outcome::kTemplate, true, "OK"),
       resultOf(2, Outcome::kRejected, false, "MAYBE"),
   };
-  results[1].response.error = "Cannot connect to AI endpoint";
+  results[1].response.error = "AI endpoint returned HTTP/1.1 503 Service Unavailable";
+  results[1].errorBody = "{\"error\": \"loading model\"}";
+  results[1].timedOut = true;
   results[2].firstReasons = {"invalid_classification_label", "question_echo"};
   results[2].finalReasons = {"invalid_classification_label"};
+  results[2].modelAnswer = "MAY\xFF" "BE\x1B[31m";  // shown as U+FFFD twice
   for (std::size_t i = 0; i < results.size(); ++i) {
     results[i].latencyMs = 120.0 * static_cast<double>(i + 1);
     results[i].transportCalls = i + 1;
@@ -140,7 +143,8 @@ TEST(HtmlReport, SmallRunGivesTheReviewedPage) {
   options.input = "samples <1>.jsonl";
   options.model = "Qwen č<1>&";
   options.helperPath.clear();
-  expectReviewedPage(htmlReport(options, cases, results, summarize(cases, results)), "small_report.html");
+  const RunStatus interrupted{.planned = 5, .end = RunEnd::kInterrupted};
+  expectReviewedPage(htmlReport(options, cases, results, summarize(cases, results), interrupted), "small_report.html");
 }
 
 // A replay: no model settings, passed and rejected instead of outcomes, no

@@ -51,11 +51,8 @@ struct EvalResult {
   std::optional<std::string> modelAnswer;
   // Its deadline passed, or a model call waited a whole time-out in vain.
   bool timedOut = false;
-  // The pass (1, or 2 for the fallback server) whose first call a server
-  // refused with an HTTP status; 0 when none was. The runtime's error then
-  // holds the status line only, so errorBody is what the server sent when
-  // the tool repeated that call after the run, cut; empty when not known.
-  std::size_t refusedPass = 0;
+  // What the server sent with the last HTTP status that refused a model
+  // call (often its reason), cut; empty when no call was refused.
   std::string errorBody;
 };
 

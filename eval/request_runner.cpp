@@ -8,7 +8,6 @@
 #include <unordered_map>
 
 #include "display_text.hpp"
-#include "error_body_probe.hpp"
 #include "tovrin/ai/service.hpp"
 
 namespace tovrin::ai::eval {
@@ -20,9 +19,7 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kProgressTick = std::chrono::milliseconds(250);
 constexpr auto kPollPause = std::chrono::milliseconds(2);
 // The error bodies are a help to read the report, not worth a long wait.
-constexpr auto kProbeBudget = std::chrono::seconds(10);
 // How the runtime's error for a refused status begins.
-constexpr std::string_view kRefusedStatus = "AI endpoint returned ";
 
 double millisecondsSince(Clock::time_point start) {
   return std::chrono::duration<double, std::milli>(Clock::now() - start)
@@ -49,8 +46,8 @@ EvalResult resultOf(AiCompletion completion, const EvalCase& evalCase,
       if (call.duration >= std::chrono::milliseconds(timeoutMs)) {
         result.timedOut = true;
       }
-      if (call.attempt == 1 && call.error.starts_with(kRefusedStatus)) {
-        result.refusedPass = call.pass;
+      if (!call.errorBody.empty()) {
+        result.errorBody = cutText(call.errorBody, kKeptErrorBodyBytes);
       }
       continue;
     }
@@ -178,10 +175,6 @@ RunRecord runCases(AiRuntimeConfig config, const std::vector<EvalCase>& cases,
               return std::pair(a.caseIndex, a.run) <
                      std::pair(b.caseIndex, b.run);
             });
-  if (end != RunEnd::kInterrupted) {
-    fetchErrorBodies(service.runtime(), cases, record.results, kProbeBudget,
-                     interrupted);
-  }
   return record;
 }
 

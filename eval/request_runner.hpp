@@ -41,9 +41,8 @@ struct RunRecord {
 // of runs. Each run's calls, failures and verdicts come from the service's
 // trace. Once interrupted becomes true, or limits.stopAfter requests in a
 // row have timed out, the requests in flight are ended and left out, and
-// the record says why. After a run that was not interrupted, calls that a
-// server refused with a status are repeated to read its error body
-// (fetchErrorBodies). Results come in case order, runs of one case
+// the record says why. A server's error body comes from the trace too.
+// Results come in case order, runs of one case
 // together, whatever finished first. An exception that escapes the runtime
 // stops the runs and is rethrown as std::runtime_error with its message.
 RunRecord runCases(AiRuntimeConfig config, const std::vector<EvalCase>& cases,

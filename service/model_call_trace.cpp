@@ -109,6 +109,9 @@ std::string AiService::State::callModel(const AiRuntimeConfig& config,
       }
       call.verdict = validateAnswer(answer, *context->enriched);
     }
+  } catch (const detail::RefusedStatus& refused) {
+    call.error = refused.what();
+    call.errorBody = refused.body();
   } catch (const std::exception& error) {
     call.error = error.what();
   }

@@ -190,7 +190,18 @@ std::string wakeableChatCompletion(const AiRuntimeConfig& config,
   sendAllWakeable(socket, request, timeoutMs, wake);
   std::string response = receiveAllWakeable(socket, timeoutMs, wake);
   socket.close();
-  response.erase(0, acceptedBodyStart(response));
+  std::size_t bodyStart = 0;
+  try {
+    bodyStart = acceptedBodyStart(response);
+  } catch (const std::runtime_error& error) {
+    // The same text, and the start of the server's own explanation beside it.
+    const std::size_t headEnd = response.find(kHeadEnd);
+    if (headEnd == std::string::npos) throw;
+    throw RefusedStatus(error.what(),
+                        response.substr(headEnd + kHeadEnd.size(),
+                                        kRefusedBodyLimit));
+  }
+  response.erase(0, bodyStart);
   return extractMessageContent(response);
 }
 

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "tovrin/ai/records.hpp"
 #include "socket_platform.hpp"
@@ -18,6 +19,21 @@ namespace tovrin::ai::detail {
 class ExchangeInterrupted : public std::runtime_error {
  public:
   ExchangeInterrupted() : std::runtime_error("AI exchange interrupted") {}
+};
+
+// Thrown instead of the plain exchange's error when the server answered
+// with a status other than 200: what() is the same text ("AI endpoint
+// returned " and the status line), body() the first kRefusedBodyLimit bytes
+// of the body the server sent with it, often its own reason.
+inline constexpr std::size_t kRefusedBodyLimit = 4096;
+class RefusedStatus : public std::runtime_error {
+ public:
+  RefusedStatus(const std::string& what, std::string body)
+      : std::runtime_error(what), body_(std::move(body)) {}
+  const std::string& body() const { return body_; }
+
+ private:
+  std::string body_;
 };
 
 // httpChatCompletion that ends, within one poll, when wake is raised: the

@@ -144,6 +144,9 @@ struct AiModelCallTrace {
   std::string answer;         // as received, untrimmed
   WatchdogVerdict verdict;    // the watchdog's verdict on answer, when judged
   std::string error;          // what the transport threw, when not answered
+  std::string errorBody;      // with the default transport, when the server
+                              // refused the call with an HTTP status: the
+                              // first 4 KiB of the body it sent with it
 };
 
 // What happened to a request besides its response.

@@ -17,6 +17,7 @@
 #include "testing/files.hpp"
 #include "testing/loopback_server.hpp"
 #include "testing/process_runner.hpp"
+#include "tovrin/ai/transport.hpp"
 #include "tovrin/ai/watchdog.hpp"
 
 namespace tovrin::ai::eval {
@@ -357,6 +358,45 @@ TEST(EvalTool, ReplayTableReadsAsWritten) {
 // error, or the first and how many more) ends the tool with status 2 before
 // any model call. Each runs with a counting server's --endpoint
 // first, which a later --endpoint replaces.
+// --server-command starts the model server, waits while it loads, runs and
+// stops it: afterwards nothing listens on its port. A server that cannot
+// start, or a command that cannot be split, ends the tool with one line
+// saying why (and the server's last lines).
+TEST(EvalTool, StartsItsModelServerAndStopsIt) {
+  const EvalRun run;
+  run.write("in.jsonl", test::readFile(kSourceDir / "examples/eval/requests.jsonl"));
+  const std::string standIn = std::string("'") + TOVRIN_AI_STAND_IN + "' --port {port}";
+  const test::ProcessResult served =
+      run.run({"--server-command", standIn + " --ready-after-ms 300", "--json", "r.json", "in.jsonl"});
+  ASSERT_EQ(served.exitStatus, 0) << served.err;
+  const Json report = run.report("r.json");
+  EXPECT_EQ(report["results"].size(), 33u);
+  EXPECT_EQ(report["summary"]["overall"]["acceptedModel"], 16) << report["summary"]["overall"].dump();
+  const AiEndpoint used = parseEndpoint(report["settings"]["endpoint"].get<std::string>());
+  detail::SocketLibrary library;
+  detail::Socket connection;
+  EXPECT_EQ(detail::connectTcp(used.host, used.port, 1000, connection), detail::ConnectResult::kNotAccepted);
+
+  const struct {
+    const char* name;
+    std::vector<std::string> args;
+    const char* firstLine;
+  } refusals[] = {
+      {"missing model", {"--server-command", standIn + " --model absent.gguf", "--helper", "", "in.jsonl"},
+       "tovrin-ai-eval: the model server did not start: the server exited with status 1 before it was ready; "
+       "1 failure within 60000 ms, no more restarts"},
+      {"unclosed quote", {"--server-command", "'stand-in", "in.jsonl"},
+       "tovrin-ai-eval: bad value for --server-command: unclosed ' in the command line"},
+      {"replay", {"--server-command", standIn, "--replay", "in.jsonl"},
+       "tovrin-ai-eval: --replay asks no model: --server-command does not apply"},
+  };
+  for (const auto& refusal : refusals) {
+    const test::ProcessResult result = run.run(refusal.args);
+    EXPECT_EQ(result.exitStatus, 2) << refusal.name;
+    EXPECT_EQ(result.err.substr(0, result.err.find('\n')), refusal.firstLine) << refusal.name;
+  }
+}
+
 TEST(EvalTool, RefusalsStopBeforeAnyModelCall) {
   const test::LoopbackServer server({test::chatCompletionStep("OK")});
   const EvalRun run;

@@ -9,7 +9,9 @@
 //   exit:   0 when every request ran, 1 when the run stopped because
 //           requests kept timing out, 2 for a bad command line or input,
 //           130 when Ctrl-C ended it (the reports then hold what finished)
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <exception>
 #include <filesystem>
@@ -28,7 +30,9 @@
 #include "report_table.hpp"
 #include "request_runner.hpp"
 #include "statistics.hpp"
+#include "display_text.hpp"
 #include "terminal.hpp"
+#include "tovrin/ai/model_server.hpp"
 
 namespace {
 
@@ -58,6 +62,27 @@ std::string unreadable(const std::string& path) {
   if (fs::is_directory(path, error)) return path + " is a directory";
   if (!std::ifstream(path, std::ios::binary)) return "cannot read " + path;
   return "";
+}
+
+// Waits for the model server the tool started to load its model: "" once
+// it is ready, otherwise why not, with the last lines it wrote.
+std::string awaitServer(const tovrin::ai::AiModelServer& server) {
+  using tovrin::ai::AiServerState;
+  tovrin::ai::AiServerStatus status;
+  do {
+    status = server.waitUntilSettled(std::chrono::milliseconds(100));
+    if (interruptRequested.load()) return "interrupted while the model server started";
+  } while (status.state != AiServerState::kReady &&
+           status.state != AiServerState::kFailed &&
+           status.state != AiServerState::kStopped);
+  if (status.state == AiServerState::kReady) return "";
+  std::string why = "the model server did not start: " + status.reason;
+  const std::size_t shown = std::min<std::size_t>(status.lastLogLines.size(), 10);
+  for (std::size_t i = status.lastLogLines.size() - shown;
+       i < status.lastLogLines.size(); ++i) {
+    why += "\n  " + validText(status.lastLogLines[i], true);
+  }
+  return why;
 }
 
 int exitStatus(RunEnd end) {
@@ -130,10 +155,28 @@ int run(const std::vector<std::string>& args) {
   } else {
     std::signal(SIGINT, onInterrupt);
     std::signal(SIGTERM, onInterrupt);
+    // Declared before the run, so that it is stopped after it, on every
+    // way out.
+    std::optional<tovrin::ai::AiModelServer> server;
+    RunLimits limits{options.concurrency, requestDeadline(options),
+                     options.stopAfter, {}};
+    if (!options.serverCommand.empty()) {
+      tovrin::ai::AiModelServerOptions serverOptions =
+          tovrin::ai::serverOptionsFromCommand(options.serverCommand);
+      serverOptions.startDeadline =
+          std::chrono::milliseconds(options.serverWaitMs);
+      // A server that fails here fails the same way again: say why at once.
+      serverOptions.failureLimit = 1;
+      server.emplace(std::move(serverOptions));
+      options.endpoint = server->endpoint();
+      if (std::string why = awaitServer(*server); !why.empty()) {
+        return fail(why);
+      }
+      limits.waitForModel = server->waitForModel();
+    }
     ProgressBar bar(stderr, isTerminal(stderr));
     RunRecord record = runCases(
-        runtimeConfig(options), input.cases, options.repeat,
-        {options.concurrency, requestDeadline(options), options.stopAfter},
+        runtimeConfig(options), input.cases, options.repeat, limits,
         interruptRequested, [&bar](std::size_t done, std::size_t total) {
           bar.update(done, total);
         });

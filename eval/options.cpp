@@ -2,12 +2,14 @@
 
 #include <charconv>
 #include <cmath>
+#include <stdexcept>
 #include <string_view>
 #include <system_error>
 
 #include "display_text.hpp"
 #include "endpoint_check.hpp"
 #include "figure_text.hpp"
+#include "tovrin/ai/model_server.hpp"
 
 namespace tovrin::ai::eval {
 
@@ -33,6 +35,8 @@ constexpr KnownOption kOptions[] = {
     {"--concurrency", true},
     {"--json", true},
     {"--html", true},
+    {"--server-command", true},
+    {"--server-wait", true},
     {"--replay", false},
     {"--help", false},
     {"-h", false},
@@ -66,6 +70,11 @@ bool store(EvalOptions& options, std::string_view name,
   if (name == "--helper") options.helperPath = value;
   if (name == "--json") options.jsonReport = value;
   if (name == "--html") options.htmlReport = value;
+  if (name == "--server-command") options.serverCommand = value;
+  if (name == "--server-wait") {
+    return parseNumber(value, options.serverWaitMs) &&
+           options.serverWaitMs >= 1 && options.serverWaitMs <= kMaxDeadlineMs;
+  }
   if (name == "--timeout") {
     return parseNumber(value, options.timeoutMs) && options.timeoutMs >= 1;
   }
@@ -90,7 +99,7 @@ bool store(EvalOptions& options, std::string_view name,
 }
 
 std::string rangeOf(std::string_view name) {
-  if (name == "--deadline") {
+  if (name == "--deadline" || name == "--server-wait") {
     return " (1 to " + std::to_string(kMaxDeadlineMs) + ")";
   }
   if (name == "--stop-after") {
@@ -172,6 +181,16 @@ std::string usage() {
          "  --html FILE              also write the report as one HTML page\n"
          "                           (FILE \"-\": standard output; the table\n"
          "                           then goes to standard error)\n"
+         "  --server-command CMD     start this model server, evaluate against "
+         "it\n"
+         "                           and stop it; \"{port}\" in CMD becomes a "
+         "free\n"
+         "                           port, e.g. \"llama-server -m model.gguf "
+         "--host\n"
+         "                           127.0.0.1 --port {port}\"\n"
+         "  --server-wait MS         how long it may take to load (default " +
+         std::to_string(kDefaultServerWaitMs) +
+         ")\n"
          "  --replay                 judge the answers stored in the lines "
          "with\n"
          "                           the watchdog alone; no model is asked, "
@@ -184,14 +203,15 @@ std::string usage() {
          "finished, marked as partial. A report file is replaced only once "
          "the\n"
          "new one is complete. Exit status: 0 every request ran, 1 the run\n"
-         "stopped on time-outs, 2 bad command line or input, 130 "
-         "interrupted.\n";
+         "stopped on time-outs, 2 bad command line or input (or a model server\n"
+         "that did not start), 130 interrupted.\n";
 }
 
 std::optional<EvalOptions> parseOptions(const std::vector<std::string>& args,
                                         std::string& error) {
   EvalOptions options;
   bool haveInput = false;
+  bool endpointGiven = false;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& arg = args[i];
     // "-" alone is standard input, anything else starting with '-' an option.
@@ -232,6 +252,7 @@ std::optional<EvalOptions> parseOptions(const std::vector<std::string>& args,
       error = std::string(name) + " needs a value";
       return std::nullopt;
     }
+    if (name == "--endpoint") endpointGiven = true;
     if (!store(options, name, value)) {
       error =
           "bad value for " + std::string(name) + ": " + value + rangeOf(name);
@@ -246,6 +267,24 @@ std::optional<EvalOptions> parseOptions(const std::vector<std::string>& args,
   if (options.jsonReport == "-" && options.htmlReport == "-") {
     error = "only one of --json and --html can go to standard output";
     return std::nullopt;
+  }
+  if (!options.serverCommand.empty()) {
+    if (options.replay) {
+      error = "--replay asks no model: --server-command does not apply";
+      return std::nullopt;
+    }
+    if (endpointGiven) {
+      error = "--server-command chooses the endpoint: leave out --endpoint";
+      return std::nullopt;
+    }
+    try {
+      serverOptionsFromCommand(options.serverCommand);
+    } catch (const std::invalid_argument& fault) {
+      error = "bad value for --server-command: " + std::string(fault.what());
+      return std::nullopt;
+    }
+    // Checked below as any endpoint; the port is chosen when it starts.
+    options.endpoint = "http://127.0.0.1:1/v1/chat/completions";
   }
   if (options.replay) return options;
   if (options.fallbackEndpoint.empty() != options.fallbackModel.empty()) {

@@ -22,6 +22,8 @@ inline constexpr std::size_t kMaxRepeat = 1000;
 inline constexpr std::int64_t kCallsPerRequest = 4;
 inline constexpr std::int64_t kMaxDeadlineMs = 24 * 60 * 60 * 1000;
 inline constexpr std::size_t kDefaultStopAfter = 3;
+// A real model takes tens of seconds to load.
+inline constexpr std::int64_t kDefaultServerWaitMs = 300000;
 
 // The runtime settings start as the library's own defaults.
 struct EvalOptions {
@@ -40,6 +42,11 @@ struct EvalOptions {
   std::size_t concurrency = 1;
   std::string jsonReport;  // "": no JSON report; "-": standard output
   std::string htmlReport;  // "": no HTML report; "-": standard output
+  // Set: the tool starts this model server (a program and its arguments,
+  // "{port}" standing for a free loopback port), evaluates against it and
+  // stops it; the endpoint is then the server's.
+  std::string serverCommand;
+  std::int64_t serverWaitMs = kDefaultServerWaitMs;  // start to ready
   bool replay = false;
   bool help = false;
 };

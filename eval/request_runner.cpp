@@ -109,6 +109,7 @@ RunRecord runCases(AiRuntimeConfig config, const std::vector<EvalCase>& cases,
   options.workers = std::clamp<std::size_t>(limits.concurrency, 1, total);
   options.queueLimit = options.workers;
   options.deadline = limits.deadline;
+  options.waitForModel = limits.waitForModel;
   AiService service(std::move(config), options);
 
   std::unordered_map<AiRequestId, std::size_t> jobOf;  // in flight

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <stop_token>
 #include <vector>
 
 #include "eval_records.hpp"
@@ -27,6 +28,9 @@ struct RunLimits {
   std::size_t concurrency = 1;          // requests at once
   std::chrono::milliseconds deadline{}; // per request, all its calls
   std::size_t stopAfter = 0;  // stop once this many in a row timed out; 0 never
+  // Set: the service waits before each call for a model server the tool
+  // started (AiServiceOptions::waitForModel).
+  std::function<void(std::stop_token)> waitForModel;
 };
 
 struct RunRecord {

@@ -84,8 +84,9 @@ void Supervisor::pauseAfter(const std::string& reason, bool& wanted) {
   if (failures_.size() >= options.failureLimit) {
     wanted = false;
     update([&](AiServerStatus& status) { status.recentFailures = failures_.size(); });
-    enter(AiServerState::kFailed, reason + "; " + std::to_string(failures_.size()) + " failures within " +
-                                      millisecondsText(options.failureWindow) + ", no more restarts");
+    const std::string count = failures_.size() == 1 ? "1 failure" : std::to_string(failures_.size()) + " failures";
+    enter(AiServerState::kFailed,
+          reason + "; " + count + " within " + millisecondsText(options.failureWindow) + ", no more restarts");
     return;
   }
   milliseconds pause = options.restartPause;

@@ -30,7 +30,9 @@
 //     lists, so the game's thread never waits for a worker. It wakes no
 //     thread either: when every worker sleeps, a new request starts at the
 //     service timer's next look, at most 4 ms later, plus the time the
-//     system takes to wake a worker (p99 4.1 ms in docs/performance.md).
+//     system takes to run the timer and the worker: p99 4.1 ms with a core
+//     to spare, more on a machine whose cores are all busy (figures in
+//     docs/performance.md).
 //     cancel takes the service's lock for bookkeeping only; no lock is held
 //     while ask runs.
 //   * Exactly one completion for every submitted request: answered by the

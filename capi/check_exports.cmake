@@ -13,8 +13,9 @@ endforeach()
 if(OBJDUMP)
   execute_process(COMMAND ${OBJDUMP} -p ${LIBRARY} OUTPUT_VARIABLE table
     COMMAND_ERROR_IS_FATAL ANY)
-  # The name pointer table's rows: "	[   0] tovrin_ai_c_version".
-  string(REGEX MATCHALL "\n[ \t]*\\[ *[0-9]+\\] [^\n]+" rows "${table}")
+  # The name pointer table's rows, "	[   0] tovrin_ai_c_version"; the
+  # address table's, "	[   0] +base[   1] 2980 Export RVA", are skipped.
+  string(REGEX MATCHALL "\n[ \t]*\\[ *[0-9]+\\] [^ +\n][^\n]*" rows "${table}")
   set(pattern "^\n[ \t]*\\[ *[0-9]+\\] ([^\n]+)$")
 else()
   execute_process(COMMAND ${NM} -D --defined-only ${LIBRARY}

@@ -3,6 +3,8 @@
 #include "capi/c_handle.hpp"
 
 #include <algorithm>
+#include <bit>
+#include <cstring>
 #include <mutex>
 #include <vector>
 
@@ -40,37 +42,64 @@ constexpr const char* kStatusNames[] = {
 
 bool continuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
 
-// The offset of the first byte that does not belong to well-formed UTF-8
-// (no overlong forms, no surrogates, nothing above U+10FFFF); size when
-// there is none.
+// The offset of the first byte at or after i that is not ASCII; size when
+// there is none. Eight bytes at a time: most of a Czech text is ASCII.
+std::size_t skipAscii(const unsigned char* text, std::size_t i,
+                      std::size_t size) {
+  constexpr std::uint64_t kHighBits = 0x8080808080808080u;
+  while (size - i >= 8) {
+    std::uint64_t word;
+    std::memcpy(&word, text + i, 8);
+    word &= kHighBits;
+    if (word != 0) {
+      if constexpr (std::endian::native == std::endian::little) {
+        i += static_cast<std::size_t>(std::countr_zero(word)) / 8;
+      }
+      break;
+    }
+    i += 8;
+  }
+  while (i < size && text[i] < 0x80) ++i;
+  return i;
+}
+
+// The length of the well-formed sequence that starts at text (a byte of
+// 0x80 or more; no overlong forms, no surrogates, nothing above U+10FFFF),
+// or 0 when there is none.
+std::size_t sequenceLength(const unsigned char* text, std::size_t left) {
+  const unsigned char lead = text[0];
+  // Two bytes first: every Czech letter is one.
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    return left >= 2 && continuation(text[1]) ? 2 : 0;
+  }
+  std::size_t length = 0;
+  unsigned char low = 0x80, high = 0xBF;  // range of the second byte
+  if (lead >= 0xE0 && lead <= 0xEF) {
+    length = 3;
+    if (lead == 0xE0) low = 0xA0;
+    if (lead == 0xED) high = 0x9F;
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    length = 4;
+    if (lead == 0xF0) low = 0x90;
+    if (lead == 0xF4) high = 0x8F;
+  } else {
+    return 0;
+  }
+  if (left < length || text[1] < low || text[1] > high) return 0;
+  for (std::size_t k = 2; k < length; ++k) {
+    if (!continuation(text[k])) return 0;
+  }
+  return length;
+}
+
+// The offset of the first byte that does not belong to well-formed UTF-8;
+// size when there is none.
 std::size_t firstInvalidUtf8(const unsigned char* text, std::size_t size) {
-  std::size_t i = 0;
+  std::size_t i = skipAscii(text, 0, size);
   while (i < size) {
-    const unsigned char lead = text[i];
-    if (lead < 0x80) {
-      ++i;
-      continue;
-    }
-    std::size_t length = 0;
-    unsigned char low = 0x80, high = 0xBF;  // range of the second byte
-    if (lead >= 0xC2 && lead <= 0xDF) {
-      length = 2;
-    } else if (lead >= 0xE0 && lead <= 0xEF) {
-      length = 3;
-      if (lead == 0xE0) low = 0xA0;
-      if (lead == 0xED) high = 0x9F;
-    } else if (lead >= 0xF0 && lead <= 0xF4) {
-      length = 4;
-      if (lead == 0xF0) low = 0x90;
-      if (lead == 0xF4) high = 0x8F;
-    } else {
-      return i;
-    }
-    if (size - i < length || text[i + 1] < low || text[i + 1] > high) return i;
-    for (std::size_t k = 2; k < length; ++k) {
-      if (!continuation(text[i + k])) return i;
-    }
-    i += length;
+    const std::size_t length = sequenceLength(text + i, size - i);
+    if (length == 0) return i;
+    i = skipAscii(text, i + length, size);
   }
   return size;
 }
@@ -107,15 +136,14 @@ void releaseShell(Shell* shell) {
   pool.spare.push_back(shell);  // within the capacity reserved
 }
 
-Shell* liveShell(const void* handle, HandleKind kind, const char* what) {
-  requirePointer(handle, what);
-  Shell* shell = static_cast<Shell*>(const_cast<void*>(handle));
-  if (shell->magic.load() != static_cast<std::uint32_t>(kind)) {
-    throw CFailure(TOVRIN_AI_ERR_BAD_HANDLE,
-                   std::string(what) + " is not a live handle of its kind "
-                                       "(destroyed, or another kind)");
-  }
-  return shell;
+void throwNull(const char* what) {
+  throw CFailure(TOVRIN_AI_ERR_NULL, std::string(what) + " is NULL");
+}
+
+void throwBadHandle(const char* what) {
+  throw CFailure(TOVRIN_AI_ERR_BAD_HANDLE,
+                 std::string(what) + " is not a live handle of its kind "
+                                     "(destroyed, or another kind)");
 }
 
 tovrin_ai_status recordFailure(Shell* shell, tovrin_ai_status status,
@@ -127,12 +155,6 @@ tovrin_ai_status recordFailure(Shell* shell, tovrin_ai_status status,
     // No memory for the text: the status still tells the caller.
   }
   return status;
-}
-
-void requirePointer(const void* pointer, const char* what) {
-  if (pointer == nullptr) {
-    throw CFailure(TOVRIN_AI_ERR_NULL, std::string(what) + " is NULL");
-  }
 }
 
 std::string textIn(const char* data, std::size_t size, const char* what) {

@@ -50,9 +50,26 @@ class CFailure : public std::runtime_error {
 Shell* acquireShell(HandleKind kind, void* object);
 // Clears the magic and gives the shell back to the pool.
 void releaseShell(Shell* shell);
+// Throw the failures of the checks below; out of line, off the fast path.
+[[noreturn]] void throwNull(const char* what);
+[[noreturn]] void throwBadHandle(const char* what);
+
+// CFailure(TOVRIN_AI_ERR_NULL) when pointer is NULL.
+inline void requirePointer(const void* pointer, const char* what) {
+  if (pointer == nullptr) throwNull(what);
+}
+
 // The shell behind handle; CFailure for NULL, a destroyed handle or one of
 // another kind. what names the argument in the failure's text.
-Shell* liveShell(const void* handle, HandleKind kind, const char* what);
+inline Shell* liveShell(const void* handle, HandleKind kind, const char* what) {
+  requirePointer(handle, what);
+  Shell* shell = static_cast<Shell*>(const_cast<void*>(handle));
+  if (shell->magic.load(std::memory_order_acquire) !=
+      static_cast<std::uint32_t>(kind)) {
+    throwBadHandle(what);
+  }
+  return shell;
+}
 
 // Records text on shell (when set) and on the calling thread; returns
 // status. Never throws: without memory for the text the old one stays.
@@ -110,9 +127,6 @@ tovrin_ai_status destroyHandle(const void* handle, HandleKind kind,
     return TOVRIN_AI_OK;
   });
 }
-
-// CFailure(TOVRIN_AI_ERR_NULL) when pointer is NULL.
-void requirePointer(const void* pointer, const char* what);
 
 // The bytes of a text handed in: CFailure for NULL data with a size, or
 // bytes that are not UTF-8 (the text names what and the first bad byte).

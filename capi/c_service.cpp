@@ -146,9 +146,14 @@ tovrin_ai_status tovrin_ai_service_submit(tovrin_ai_service* service,
     auto& request = ai::detail::objectOf<ai::AiSubmission>(
         submission, ai::detail::HandleKind::kSubmission, "submission", own);
     requirePointer(id, "id");
-    ai::AiSubmission taken = std::move(request);
+    // Moved straight into submit's parameter, and reset whatever happens.
+    try {
+      *id = s.service.submit(std::move(request));
+    } catch (...) {
+      request = ai::AiSubmission{};
+      throw;
+    }
     request = ai::AiSubmission{};
-    *id = s.service.submit(std::move(taken));
     return TOVRIN_AI_OK;
   });
 }

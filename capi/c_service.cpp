@@ -30,7 +30,14 @@ std::filesystem::path pathIn(const char* data, std::size_t size,
 }  // namespace
 
 std::pair<AiRuntimeConfig, AiServiceOptions> serviceSettings(
-    const tovrin_ai_service_config& c) {
+    const tovrin_ai_service_config* given) {
+  tovrin_ai_service_config c{};
+  c.struct_size = sizeof c;
+  tovrin_ai_service_config_defaults(&c);
+  if (given != nullptr) {
+    checkStructSize(given->struct_size, kConfigSizes, "config");
+    std::memcpy(static_cast<void*>(&c), given, given->struct_size);
+  }
   AiRuntimeConfig config;
   config.enabled = c.enabled != 0;
   config.endpoint = textIn(c.endpoint, c.endpoint_size, "config->endpoint");
@@ -106,15 +113,7 @@ tovrin_ai_status tovrin_ai_service_create(
   if (service != nullptr) *service = nullptr;
   return guarded([&](Shell*&) {
     requirePointer(service, "service");
-    tovrin_ai_service_config full{};
-    full.struct_size = sizeof full;
-    tovrin_ai_service_config_defaults(&full);
-    if (config != nullptr) {
-      ai::detail::checkStructSize(config->struct_size,
-                                  ai::detail::kConfigSizes, "config");
-      std::memcpy(static_cast<void*>(&full), config, config->struct_size);
-    }
-    auto [runtime, options] = ai::detail::serviceSettings(full);
+    auto [runtime, options] = ai::detail::serviceSettings(config);
     *service =
         ai::detail::createService(std::move(runtime), std::move(options));
     return TOVRIN_AI_OK;

@@ -25,9 +25,10 @@ inline ServiceObject& serviceOf(const tovrin_ai_service* handle,
                                  where);
 }
 
-// The runtime configuration and the service options a C config describes.
+// The runtime configuration and the service options that config (NULL:
+// the defaults) describes. CFailure for a struct size or a text refused.
 std::pair<AiRuntimeConfig, AiServiceOptions> serviceSettings(
-    const tovrin_ai_service_config& config);
+    const tovrin_ai_service_config* config);
 
 // A handle for a new service; failures as tovrin_ai_service_create's.
 tovrin_ai_service* createService(AiRuntimeConfig config,

@@ -1,8 +1,13 @@
-# Fails unless the shared library exports exactly the functions that
-# <tovrin/ai_c.h> declares: no C++ (mangled) symbol, nothing of the C++
-# runtime, no declared function missing. Run with cmake -P; expects LIBRARY,
-# HEADER, and NM (ELF: nm -D) or OBJDUMP (PE: objdump -p).
-file(READ "${HEADER}" header)
+# Fails unless the shared library exports exactly the functions that its
+# headers declare: no C++ (mangled) symbol, nothing of the C++ runtime, no
+# declared function missing. Run with cmake -P; expects LIBRARY, HEADERS
+# (separated by '|'), and NM (ELF: nm -D) or OBJDUMP (PE: objdump -p).
+string(REPLACE "|" ";" HEADERS "${HEADERS}")
+set(header "")
+foreach(file IN LISTS HEADERS)
+  file(READ "${file}" text)
+  string(APPEND header "${text}")
+endforeach()
 string(REGEX MATCHALL "TOVRIN_AI_C_API [^;]*[ *](tovrin_ai_[a-z0-9_]+)\\(" declarations "${header}")
 set(declared "")
 foreach(declaration IN LISTS declarations)
@@ -39,7 +44,7 @@ if(NOT declared OR NOT exported STREQUAL declared)
   list(REMOVE_ITEM missing ${exported})
   list(LENGTH declared count)
   message(FATAL_ERROR "${LIBRARY} does not export exactly the ${count} "
-    "functions of ${HEADER}.\nExported but not declared: ${unexpected}\n"
+    "functions of ${HEADERS}.\nExported but not declared: ${unexpected}\n"
     "Declared but not exported: ${missing}")
 endif()
 list(LENGTH exported count)

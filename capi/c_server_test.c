@@ -17,12 +17,13 @@ static void await_state(tovrin_ai_model_server* server, tovrin_ai_service* clock
     if (status->state == state) return;
     tovrin_ai_service_poll_wait(clock, 20, &count);
   }
-  fprintf(stderr, "  state %u, not %u\n", (unsigned)status->state, (unsigned)state);
+  fprintf(stderr, "  state %u, not %u: %.*s\n", (unsigned)status->state, (unsigned)state,
+          (int)status->reason_size, status->reason);
   CHECK(status->state == state);
 }
 
 int main(int argc, char** argv) {
-  static const char arguments[] = "--port\0{port}\0--ready-after-ms\0300\0";
+  static const char arguments[] = "--port\0{port}\0--ready-after-ms\0" "300\0";
   tovrin_ai_model_server_options options = {.struct_size = sizeof options};
   tovrin_ai_model_server_status status = {.struct_size = sizeof status};
   tovrin_ai_completion done = {.struct_size = sizeof done};

@@ -79,6 +79,8 @@ namespace Tovrin.Ai
             QueueLimit = (int)c.QueueLimit;
             DeadlineMs = c.DeadlineMs;
         }
+
+        internal AiServiceConfig Copy() { return (AiServiceConfig)MemberwiseClone(); }
     }
 
     // One request. Unset fields keep the library's defaults.
@@ -117,10 +119,10 @@ namespace Tovrin.Ai
         public TimeSpan QueueWait, Total;
     }
 
-    public sealed class AiService : IDisposable
+    public sealed partial class AiService : IDisposable
     {
-        readonly ServiceHandle service;
-        readonly SubmissionHandle submission;
+        ServiceHandle service;
+        SubmissionHandle submission;
         readonly TextCodec text = new TextCodec();
         Native.Completion completion = new Native.Completion { StructSize = Native.CompletionSize };
         Native.ModelCall modelCall = new Native.ModelCall { StructSize = Native.ModelCallSize };
@@ -128,7 +130,9 @@ namespace Tovrin.Ai
         // The native library's interface version (major << 16 | minor << 8 | patch).
         public static uint NativeVersion { get { return Native.tovrin_ai_c_version(); } }
 
-        public AiService(AiServiceConfig config)
+        public AiService(AiServiceConfig config) : this(config, Native.tovrin_ai_service_create) {}
+
+        AiService(AiServiceConfig config, Native.CreateFunction create)
         {
             var c = new Native.Config { StructSize = Native.ConfigSize };
             var owned = new List<IntPtr>();
@@ -149,7 +153,7 @@ namespace Tovrin.Ai
                 c.QueueLimit = (UIntPtr)(ulong)Math.Max(config.QueueLimit, 0);
                 c.DeadlineMs = config.DeadlineMs;
                 IntPtr handle;
-                Native.Check(Native.tovrin_ai_service_create(ref c, out handle));
+                Native.Check(create(ref c, out handle));
                 service = new ServiceHandle(handle);
                 Native.Check(Native.tovrin_ai_submission_create(out handle));
                 submission = new SubmissionHandle(handle);
@@ -338,9 +342,9 @@ namespace Tovrin.Ai
     static class Native
     {
 #if TOVRIN_AI_STATIC_LINK
-        const string Lib = "__Internal";
+        public const string Lib = "__Internal";
 #else
-        const string Lib = "tovrin_ai_c";
+        public const string Lib = "tovrin_ai_c";
 #endif
 
         [StructLayout(LayoutKind.Sequential)]
@@ -402,6 +406,7 @@ namespace Tovrin.Ai
             throw new AiException((AiStatus)status, text);
         }
 
+        public delegate int CreateFunction(ref Config config, out IntPtr service);
         public delegate int SetTextFunction(SubmissionHandle s, byte[] text, UIntPtr size);
         public static readonly SetTextFunction SetMessage = tovrin_ai_submission_set_message;
         public static readonly SetTextFunction SetPersona = tovrin_ai_submission_set_persona;

@@ -47,17 +47,24 @@ bool continuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
 std::size_t skipAscii(const unsigned char* text, std::size_t i,
                       std::size_t size) {
   constexpr std::uint64_t kHighBits = 0x8080808080808080u;
-  while (size - i >= 8) {
+  const auto highBits = [text](std::size_t at) {
     std::uint64_t word;
-    std::memcpy(&word, text + i, 8);
-    word &= kHighBits;
-    if (word != 0) {
+    std::memcpy(&word, text + at, 8);
+    return word & kHighBits;
+  };
+  while (size - i >= 8) {
+    const std::uint64_t high = highBits(i);
+    if (high != 0) {
       if constexpr (std::endian::native == std::endian::little) {
-        i += static_cast<std::size_t>(std::countr_zero(word)) / 8;
+        i += static_cast<std::size_t>(std::countr_zero(high)) / 8;
       }
       break;
     }
     i += 8;
+  }
+  // A short ASCII tail: the last eight bytes, read again, tell at once.
+  if (i < size && size >= 8 && size - i < 8 && highBits(size - 8) == 0) {
+    return size;
   }
   while (i < size && text[i] < 0x80) ++i;
   return i;
@@ -157,7 +164,8 @@ tovrin_ai_status recordFailure(Shell* shell, tovrin_ai_status status,
   return status;
 }
 
-std::string textIn(const char* data, std::size_t size, const char* what) {
+std::string_view checkedText(const char* data, std::size_t size,
+                             const char* what) {
   if (size == 0) return {};
   requirePointer(data, what);
   const auto* bytes = reinterpret_cast<const unsigned char*>(data);
@@ -168,7 +176,7 @@ std::string textIn(const char* data, std::size_t size, const char* what) {
                        std::to_string(bad) + " of " + std::to_string(size) +
                        ")");
   }
-  return std::string(data, size);
+  return std::string_view(data, size);
 }
 
 void textOut(const std::string& text, const char** data, std::size_t* size) {

@@ -14,6 +14,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "tovrin/ai_c.h"
 
@@ -128,9 +129,17 @@ tovrin_ai_status destroyHandle(const void* handle, HandleKind kind,
   });
 }
 
-// The bytes of a text handed in: CFailure for NULL data with a size, or
-// bytes that are not UTF-8 (the text names what and the first bad byte).
-std::string textIn(const char* data, std::size_t size, const char* what);
+// The bytes of a text handed in, still the caller's: CFailure for NULL
+// data with a size, or bytes that are not UTF-8 (the text names what and
+// the first bad byte).
+std::string_view checkedText(const char* data, std::size_t size,
+                             const char* what);
+
+// The same, copied.
+inline std::string textIn(const char* data, std::size_t size,
+                          const char* what) {
+  return std::string(checkedText(data, size, what));
+}
 
 // Hands text out: its bytes stay valid while text lives unchanged.
 void textOut(const std::string& text, const char** data, std::size_t* size);

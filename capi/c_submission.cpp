@@ -67,45 +67,45 @@ tovrin_ai_status tovrin_ai_submission_last_error(
 tovrin_ai_status tovrin_ai_submission_set_message(
     tovrin_ai_submission* submission, const char* text, size_t size) {
   return changeSubmission(submission, [&](ai::AiSubmission& s) {
-    s.request.message = ai::detail::textIn(text, size, "message");
+    s.request.message.assign(ai::detail::checkedText(text, size, "message"));
   });
 }
 
 tovrin_ai_status tovrin_ai_submission_set_persona(
     tovrin_ai_submission* submission, const char* text, size_t size) {
   return changeSubmission(submission, [&](ai::AiSubmission& s) {
-    s.request.persona = ai::detail::textIn(text, size, "persona");
+    s.request.persona.assign(ai::detail::checkedText(text, size, "persona"));
   });
 }
 
 tovrin_ai_status tovrin_ai_submission_set_conversation(
     tovrin_ai_submission* submission, const char* text, size_t size) {
   return changeSubmission(submission, [&](ai::AiSubmission& s) {
-    s.conversation = ai::detail::textIn(text, size, "conversation");
+    s.conversation.assign(ai::detail::checkedText(text, size, "conversation"));
   });
 }
 
 tovrin_ai_status tovrin_ai_submission_add_world_fact(
     tovrin_ai_submission* submission, const char* text, size_t size) {
   return changeSubmission(submission, [&](ai::AiSubmission& s) {
-    s.request.worldFacts.push_back(
-        ai::detail::textIn(text, size, "world fact"));
+    s.request.worldFacts.emplace_back(
+        ai::detail::checkedText(text, size, "world fact"));
   });
 }
 
 tovrin_ai_status tovrin_ai_submission_add_allowed_command(
     tovrin_ai_submission* submission, const char* text, size_t size) {
   return changeSubmission(submission, [&](ai::AiSubmission& s) {
-    s.request.allowedCommands.push_back(
-        ai::detail::textIn(text, size, "allowed command"));
+    s.request.allowedCommands.emplace_back(
+        ai::detail::checkedText(text, size, "allowed command"));
   });
 }
 
 tovrin_ai_status tovrin_ai_submission_add_tool_result(
     tovrin_ai_submission* submission, const char* text, size_t size) {
   return changeSubmission(submission, [&](ai::AiSubmission& s) {
-    s.request.toolResults.push_back(
-        ai::detail::textIn(text, size, "tool result"));
+    s.request.toolResults.emplace_back(
+        ai::detail::checkedText(text, size, "tool result"));
   });
 }
 

@@ -1,8 +1,9 @@
 # Builds and runs examples/embed the two ways a game uses the library:
 # against the installed package (find_package) and from the sources
 # (add_subdirectory). Run with cmake -P; expects BUILD_DIR, SOURCE_DIR,
-# WORK_DIR, GENERATOR, CXX_COMPILER, CXX_FLAGS, LINKER_FLAGS, EXE_SUFFIX and
-# PROGRAMS (the programs this build installs, separated by commas).
+# WORK_DIR, GENERATOR, CXX_COMPILER, CXX_FLAGS, LINKER_FLAGS, EXE_SUFFIX,
+# C_LIBRARY (the C interface's library, relative to the prefix) and PROGRAMS
+# (the programs this build installs, separated by commas).
 file(REMOVE_RECURSE "${WORK_DIR}")
 
 function(run_step)
@@ -35,6 +36,7 @@ endfunction()
 run_step(${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix "${WORK_DIR}/prefix")
 set(installed include/tovrin/ai.hpp include/tovrin/ai/service.hpp
     include/tovrin/ai/model_server.hpp
+    include/tovrin/ai_c.h ${C_LIBRARY}
     share/tovrin-ai/assets/ai/czech_helper_cs.txt)
 string(REPLACE "," ";" PROGRAMS "${PROGRAMS}")
 foreach(program IN LISTS PROGRAMS)

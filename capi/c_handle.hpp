@@ -152,9 +152,10 @@ void checkStructSize(std::uint32_t size,
 // Writes the first out->struct_size bytes of full into out, whose size was
 // checked; struct_size keeps the caller's value.
 template <typename T>
-void fillSized(T* out, T full) {
-  full.struct_size = out->struct_size;
-  std::memcpy(static_cast<void*>(out), &full, out->struct_size);
+void fillSized(T* out, const T& full) {
+  const std::uint32_t size = out->struct_size;
+  std::memcpy(static_cast<void*>(out), &full, size);
+  out->struct_size = size;
 }
 
 }  // namespace tovrin::ai::detail

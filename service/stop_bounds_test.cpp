@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "testing/files.hpp"
 #include "testing/loopback_server.hpp"
 #include "testing/process_runner.hpp"
 #include "tovrin/ai/service.hpp"
@@ -138,15 +139,20 @@ bool stopAndCheck(const StopRow& row, const AiRuntimeConfig& config, const std::
 }
 
 // A listener that never accepts: the connection is made by the system, the
-// request fills the socket buffers and no byte is ever read.
+// request fills the socket buffers and no byte is ever read. The request is
+// large through its helper text, so that the template answer of its short
+// message costs nothing.
 TEST(ServiceStops, RequestLargerThanTheSocketBuffersToAServerThatNeverReads) {
   detail::SocketLibrary library;
   detail::Socket listener;
   std::uint16_t port = 0;
   ASSERT_TRUE(detail::listenLoopback(0, listener, port));
-  const AiRuntimeConfig config = configFor("http://127.0.0.1:" + std::to_string(port) + "/v1/chat/completions");
+  const test::TempDir folder("stop_bounds");
+  folder.write("helper.txt", std::string(16 << 20, 'a'));
+  AiRuntimeConfig config = configFor("http://127.0.0.1:" + std::to_string(port) + "/v1/chat/completions");
+  config.helperPath = folder.path() / "helper.txt";
   for (const StopRow& row : kStopRows) {
-    EXPECT_TRUE(stopAndCheck(row, config, std::string(16 << 20, 'a'), 300ms, kPromptly)) << row.name;
+    EXPECT_TRUE(stopAndCheck(row, config, "Ahoj", 300ms, kPromptly)) << row.name;
   }
 }
 

@@ -133,7 +133,11 @@ int main(int argc, char** argv) {
     say("  [" + arguments[i] + "]");
     const bool takesValue = arguments[i] != "--crash-with-signal" && arguments[i] != "--ignore-stop" &&
                             arguments[i] != "--spawn-child";
-    flags[arguments[i]] = takesValue && i + 1 < arguments.size() ? arguments[i + 1] : "";
+    if (takesValue && i + 1 >= arguments.size()) {
+      say("stand-in: " + arguments[i] + " needs a value");
+      return 2;
+    }
+    flags[arguments[i]] = takesValue ? arguments[i + 1] : "";
     if (takesValue) say("  [" + arguments[++i] + "]");
   }
   const auto number = [&](const std::string& flag) { return flags.count(flag) ? std::stoll(flags[flag]) : 0; };

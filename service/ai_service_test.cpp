@@ -147,6 +147,7 @@ TEST(Service, QueueFullSupersedeCancelAndOrder) {
     ASSERT_EQ(done.count(row.id), 1u) << row.id;
     EXPECT_EQ(done[row.id].ending, row.ending) << row.id;
     EXPECT_EQ(done[row.id].response.error, row.error) << row.id;
+    EXPECT_NE(done[row.id].trace.submitted, Clock::time_point{}) << row.id;  // refusals too
   }
   EXPECT_EQ(gate.order, (std::vector<std::string>{"Ahoj 1", "Ahoj 3"}));
   EXPECT_EQ(service.pending(), 0u);
